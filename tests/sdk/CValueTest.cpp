@@ -1,8 +1,6 @@
 // ORV::CValue: every alternative, the empty test, conversions, text form and comparison.
 #include <orv/ORV.h>
 
-#include "HostTesting.h"
-
 #include <gtest/gtest.h>
 
 #include <cfloat>
@@ -341,7 +339,6 @@ TEST(CValue, RefConversions) {
 }
 
 TEST(CValue, RefOfSceneObjectAsTextAndBack) {
-    orvhost::NewScene();
     ORV::Null null;
     ASSERT_EQ(ORV::Application().GetActiveSceneRoot().AddNull(L"ValueBall", null), ORV::CStatus::OK);
     const CValue v(null);  // a handle goes in as its reference
