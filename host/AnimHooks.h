@@ -231,6 +231,10 @@ bool ConnectOperator(OperatorItem* op, int mode);
 Item* PendingOperators();
 
 // ---------------------------------------------------------------------------------------------
+// Scene events, from the plug-in loader (also declared in HostTesting.h).
+void FireSceneEvent(const std::wstring& callbackName);
+
+// ---------------------------------------------------------------------------------------------
 // Evaluation (Kinematics.cpp)
 
 // Marks the evaluation in progress as not cacheable beyond the present pass (an operator that
