@@ -129,13 +129,53 @@ CValue DrivenValue(ParamItem* p, double time) {
     return v;
 }
 
-double Num(Object3D* obj, const wchar_t* name, double time) {
-    ParamItem* p = obj->LocalParam(name);
-    return p ? static_cast<double>(DrivenValue(p, time)) : 0.0;
+// The local parameters that evaluation reads, looked up by name once per kinematic state:
+// 0 to 8 the pose (kTransformNames), 9 to 17 the neutral pose, 18 the rotation order.
+struct ParamSlots {
+    ParamItem* param[19] = {};
+    std::uint64_t id[19] = {};
+    std::size_t count = 0;
+    std::uint64_t checkedRevision = 0;  // parameters only come and go with an edit
+};
+
+const ParamSlots& Slots(Object3D* obj) {
+    static const ParamSlots none;
+    KineStateItem* local = obj->kine ? obj->kine->local : nullptr;
+    if (!local) return none;
+    static std::unordered_map<std::uint64_t, ParamSlots> cache;
+    static const Scene* cachedScene = nullptr;
+    if (cachedScene != TheHost().scene.get()) {
+        cache.clear();
+        cachedScene = TheHost().scene.get();
+    }
+    ParamSlots& slots = cache[local->id];
+    const std::uint64_t revision = Revision();
+    if (slots.checkedRevision == revision && slots.count > 0) return slots;
+    bool valid = slots.count == local->params.size() && slots.count > 0;
+    for (int i = 0; valid && i < 19; ++i)
+        if (slots.param[i] && TheStore().Resolve(slots.id[i]) != slots.param[i]) valid = false;
+    if (valid) {
+        slots.checkedRevision = revision;
+        return slots;
+    }
+    slots = ParamSlots();
+    slots.checkedRevision = revision;
+    slots.count = local->params.size();
+    for (ParamItem* p : local->params) {
+        for (int i = 0; i < 9; ++i) {
+            if (p->name == kTransformNames[i]) slots.param[i] = p;
+            if (p->name == kNeutralNames[i]) slots.param[9 + i] = p;
+        }
+        if (p->name == L"rotorder") slots.param[18] = p;
+    }
+    for (int i = 0; i < 19; ++i) slots.id[i] = slots.param[i] ? slots.param[i]->id : 0;
+    return slots;
 }
 
+double Num(ParamItem* p, double time) { return p ? static_cast<double>(DrivenValue(p, time)) : 0.0; }
+
 MATH::RotationOrder Order(Object3D* obj, double time) {
-    ParamItem* p = obj->LocalParam(L"rotorder");
+    ParamItem* p = Slots(obj).param[18];
     int o = p ? static_cast<int>(DrivenValue(p, time)) : 0;
     if (o < 0 || o > 5) o = 0;
     return static_cast<MATH::RotationOrder>(o);
@@ -168,9 +208,11 @@ void ToValues(const CTransformation& t, MATH::RotationOrder order, double v[9]) 
     v[8] = s.z;
 }
 
-CTransformation FromParams(Object3D* obj, double time, const wchar_t* const names[9]) {
+// The local pose (neutral: the neutral pose) that an object's parameters give.
+CTransformation FromParams(Object3D* obj, double time, bool neutral) {
+    const ParamSlots& slots = Slots(obj);
     double v[9];
-    for (int i = 0; i < 9; ++i) v[i] = Num(obj, names[i], time);
+    for (int i = 0; i < 9; ++i) v[i] = Num(slots.param[neutral ? 9 + i : i], time);
     return FromValues(v, Order(obj, time));
 }
 
@@ -270,7 +312,7 @@ EvalPose Compute(Object3D* obj, double time, EvalPose& partial) {
     CTransformation parent;
     if (obj->parent3D) parent = EvaluateObject(obj->parent3D, time).global;
     const CTransformation np = Product(NeutralTransform(obj, time), parent);
-    pose.local = FromParams(obj, time, kTransformNames);
+    pose.local = FromParams(obj, time, false);
     pose.global = Product(pose.local, np);
     partial = pose;
 
@@ -352,8 +394,9 @@ void StoreParam(ParamItem* p, const CValue& v, double time) {
 void WriteLocalParams(Object3D* obj, const CTransformation& t, double time) {
     double v[9];
     ToValues(t, Order(obj, ResolveTime(time)), v);
+    const ParamSlots& slots = Slots(obj);
     for (int i = 0; i < 9; ++i)
-        if (ParamItem* p = obj->LocalParam(kTransformNames[i])) StoreParam(p, CValue(v[i]), time);
+        if (ParamItem* p = slots.param[i]) StoreParam(p, CValue(v[i]), time);
     TheHost().Touch();
 }
 
@@ -417,7 +460,7 @@ EvalPose EvaluateObject(Object3D* obj, double time) {
 CTransformation ParamLocalTransform(Object3D* obj, double time) {
     if (!obj || !obj->kine) return CTransformation();
     Enter enter;
-    return FromParams(obj, ResolveTime(time), kTransformNames);
+    return FromParams(obj, ResolveTime(time), false);
 }
 
 CValue ParamValue(ParamItem* p, double time) {
@@ -466,7 +509,7 @@ CTransformation LocalTransform(Object3D* obj, double time) {
 CTransformation NeutralTransform(Object3D* obj, double time) {
     if (!obj || !obj->kine) return CTransformation();
     Enter enter;
-    return FromParams(obj, ResolveTime(time), kNeutralNames);
+    return FromParams(obj, ResolveTime(time), true);
 }
 
 CTransformation GlobalTransform(Object3D* obj, double time) {

@@ -129,9 +129,11 @@ Item* PendingOperators() { return Project(); }
 std::vector<OperatorItem*> OperatorsWriting(const Item* target) {
     std::vector<OperatorItem*> out;
     if (!target) return out;
-    for (const auto& o : target->owned)
-        if (auto* op = dynamic_cast<OperatorItem*>(o.get()))
-            if (op->connected) out.push_back(op);
+    for (const auto& o : target->owned) {
+        if (o->classId != ovCustomOperatorID && o->classId != ovScriptedOperatorID) continue;
+        auto* op = static_cast<OperatorItem*>(o.get());
+        if (op->connected) out.push_back(op);
+    }
     auto range = ExtraOutputs().equal_range(target->id);
     for (auto it = range.first; it != range.second; ++it)
         if (auto* op = dynamic_cast<OperatorItem*>(TheStore().Resolve(it->second)))
