@@ -304,18 +304,19 @@ json Writer::Source(const Item* source) const {
 }
 
 json Writer::Param(const ParamItem* p) const {
+    // Empty limits, texts and defaults are left out; loading leaves them empty.
     json j = json::object();
     j["name"] = Utf8(p->name);
     j["type"] = static_cast<int>(p->type);
     j["caps"] = p->caps;
     j["value"] = Value(p->value);
-    j["default"] = Value(p->def);
-    j["min"] = Value(p->min);
-    j["max"] = Value(p->max);
-    j["smin"] = Value(p->smin);
-    j["smax"] = Value(p->smax);
-    j["label"] = Utf8(p->label);
-    j["description"] = Utf8(p->description);
+    if (!p->def.IsEmpty()) j["default"] = Value(p->def);
+    if (!p->min.IsEmpty()) j["min"] = Value(p->min);
+    if (!p->max.IsEmpty()) j["max"] = Value(p->max);
+    if (!p->smin.IsEmpty()) j["smin"] = Value(p->smin);
+    if (!p->smax.IsEmpty()) j["smax"] = Value(p->smax);
+    if (!p->label.empty()) j["label"] = Utf8(p->label);
+    if (!p->description.empty()) j["description"] = Utf8(p->description);
     if (p->source) j["source"] = Source(p->source);
     if (!p->params.empty()) j["params"] = Params(p->params);
     for (const auto& o : p->owned)
@@ -683,19 +684,20 @@ void Reader::LoadParam(ParamItem* p, const json& j) {
     if (GetNumber(j, "caps", caps)) p->caps = static_cast<int>(caps);
     CValue v;
     for (const char* key : {"min", "max", "smin", "smax"}) {
-        const json* f = Field(j, key);
-        if (!f) continue;
-        ValueOf(*f, v, false);
+        v = CValue();
+        if (const json* f = Field(j, key)) ValueOf(*f, v, false);
         CValue& slot = key[0] == 'm' ? (key[1] == 'i' ? p->min : p->max) : (key[2] == 'i' ? p->smin : p->smax);
         slot = v;
     }
     p->label = String(j, "label");
     p->description = String(j, "description");
+    p->def = CValue();
     if (const json* f = Field(j, "default")) {
         if (HasRef(*f)) m_pending.push_back({p->id, PendingRef::Default, L"", 0, *f});
         ValueOf(*f, v, true);
         p->def = v;
     }
+    p->value = CValue();
     if (const json* f = Field(j, "value")) {
         if (HasRef(*f)) m_pending.push_back({p->id, PendingRef::Value, L"", 0, *f});
         ValueOf(*f, v, true);
@@ -971,9 +973,57 @@ bool Reader::Load(std::wstring& error) {
 
 std::wstring WidePath(const std::string& path) { return CString(path.c_str()).GetWideString(); }
 
+// Arrays of plain values stand on one line, and so do typed values holding such an array (a
+// vector); a list of keys has one key per line.
+bool OnOneLine(const json& j) {
+    if (!j.is_array()) return !j.is_object();
+    const auto plain = [](const json& x) { return !x.is_object() && !x.is_array(); };
+    if (std::all_of(j.begin(), j.end(), plain)) return true;
+    return j.size() == 2 && plain(j[0]) && j[1].is_array() && std::all_of(j[1].begin(), j[1].end(), plain);
+}
+
+void Print(const json& j, std::string& out, int depth) {
+    const auto indent = [&](int d) { out.append(static_cast<std::size_t>(d), '\t'); };
+    if (j.is_object() && !j.empty()) {
+        out += "{\n";
+        bool first = true;
+        for (auto it = j.begin(); it != j.end(); ++it) {
+            if (!first) out += ",\n";
+            first = false;
+            indent(depth + 1);
+            out += json(it.key()).dump(-1, ' ', false, json::error_handler_t::replace) + ": ";
+            Print(it.value(), out, depth + 1);
+        }
+        out += "\n";
+        indent(depth);
+        out += "}";
+    } else if (j.is_array() && !j.empty() && !OnOneLine(j)) {
+        out += "[\n";
+        for (std::size_t i = 0; i < j.size(); ++i) {
+            if (i) out += ",\n";
+            indent(depth + 1);
+            Print(j[i], out, depth + 1);
+        }
+        out += "\n";
+        indent(depth);
+        out += "]";
+    } else if (j.is_array() && !j.empty()) {
+        out += "[";
+        for (std::size_t i = 0; i < j.size(); ++i) {
+            if (i) out += ", ";
+            Print(j[i], out, depth);
+        }
+        out += "]";
+    } else {
+        out += j.dump(-1, ' ', false, json::error_handler_t::replace);
+    }
+}
+
 std::string SceneText() {
     Writer w;
-    return w.Save().dump(1, '\t') + "\n";
+    std::string out;
+    Print(w.Save(), out, 0);
+    return out + "\n";
 }
 
 }  // namespace
