@@ -3,6 +3,7 @@
 
 #include <orv/Arrays.h>
 
+#include <climits>
 #include <cstdlib>
 #include <cwchar>
 #include <cwctype>
