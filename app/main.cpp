@@ -68,7 +68,9 @@ std::string HomeFolder() {
     return home && *home ? home : ".";
 }
 
+// An array prints one element per line; a command that returns nothing prints nothing.
 void PrintValue(const ORV::CValue& v) {
+    if (v.IsEmpty()) return;
     if (v.GetType() == ORV::ovArray) {
         const ORV::CValueArray& a = v;
         for (long i = 0; i < a.GetCount(); ++i) PrintValue(a[i]);
@@ -160,7 +162,7 @@ int main(int argc, char** argv) {
     std::wstring loadError;
     if (!orvhost::LoadPlugin(pluginPath, loadError)) {
         if (pluginGiven) return Failed(trovo::Narrow(loadError));
-        std::cerr << "trovo: " << trovo::Narrow(loadError) << "; only the host's commands are available.\n";
+        std::cerr << "trovo: " << trovo::Narrow(loadError) << " Only the host's commands are available.\n";
     }
 
     if (opt.action == "commands") return ListCommands(pluginPath);
