@@ -24,7 +24,12 @@ struct PluginHost {
     std::vector<CommandItem*> commands;
     std::vector<MenuRecord*> menus;
     std::map<std::uint64_t, CValue> userData;
+    bool termHookAdded = false;
 };
+
+// The slot table must be built before the host's scene so that it is destroyed after it:
+// every item of the scene unregisters from it when the scene goes at exit.
+[[maybe_unused]] const bool kStoreBeforeScene = (TheStore(), true);
 
 PluginHost& TheHostPlugins() {
     static PluginHost* host = new PluginHost;
@@ -150,9 +155,24 @@ void FireSceneEvent(const std::wstring& callbackName) {
 
 // --- Loading ----------------------------------------------------------------------------------
 
+namespace {
+
+// A plug-in property that is deleted hears its <Type>_Term, with the user data its page kept.
+void TermPluginProperty(Item* item) {
+    auto* prop = dynamic_cast<PropertyItem*>(item);
+    if (!prop || !IsPluginPropertyType(prop->type)) return;
+    RunCallback(CallbackName(prop->type, L"_Term"), prop->Ref());
+}
+
+}  // namespace
+
 bool LoadPlugin(const std::string& path, std::wstring& error) {
     error.clear();
     PluginHost& ph = TheHostPlugins();
+    if (!ph.termHookAdded) {
+        TheHost().deleteHooks.push_back(TermPluginProperty);
+        ph.termHookAdded = true;
+    }
     const std::string canonical = CanonicalPath(path);
     for (const PluginRecord& pr : ph.records)
         if (pr.path == canonical) return true;  // loading twice would register everything twice

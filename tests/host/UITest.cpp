@@ -311,6 +311,16 @@ TEST_F(UI, ButtonPressReachesPluginAndUserDataLasts) {
     EXPECT_EQ(Logged(ovInfo), (std::vector<std::wstring>{L"TestProp_PPGEvent 4 Bump", L"TestProp_PPGEvent 4 Bump"}));
 }
 
+TEST_F(UI, DeletedPluginPropertyHearsTermWithItsUserData) {
+    Property prop = addTestProp();
+    orvhost::PressPPGButton(prop.GetRef(), L"Bump");
+    orvhost::ClearLog();
+    CValue result;
+    EXPECT_EQ(run(L"DeleteObj", Args({CValue(L"Rig.TestProp")}), result), CStatus::OK);
+    EXPECT_FALSE(prop.IsValid());
+    EXPECT_EQ(Logged(ovInfo), std::vector<std::wstring>{L"TestProp_Term 1"});
+}
+
 TEST_F(UI, ParameterChangeStoresValueThenFires) {
     Property prop = addTestProp();
     orvhost::PPGEventResult r = orvhost::ChangePPGParameter(prop.GetParameter(L"Label").GetRef(), CValue(L"run"));
