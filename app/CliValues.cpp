@@ -39,8 +39,10 @@ bool IsWholeNumber(const std::string& t) {
 bool IsDecimalNumber(const std::string& t) {
     bool digit = false;
     for (char c : t) {
-        if (std::isdigit(static_cast<unsigned char>(c))) digit = true;
-        else if (c != '.' && c != '-' && c != '+' && c != 'e' && c != 'E') return false;
+        if (std::isdigit(static_cast<unsigned char>(c)))
+            digit = true;
+        else if (c != '.' && c != '-' && c != '+' && c != 'e' && c != 'E')
+            return false;
     }
     if (!digit) return false;
     // strtod follows the C locale here: trovo sets only the character type from the
@@ -110,9 +112,9 @@ bool BuildArguments(const std::wstring& command, const std::vector<std::wstring>
         if (slot >= n) {
             std::string names;
             for (const std::wstring& d : declared) names += (names.empty() ? "" : " ") + Narrow(d);
-            error = "\"" + Narrow(command) + "\" takes " + std::to_string(n) + " argument" + (n == 1 ? "" : "s") +
-                    (n ? " (" + names + ")" : std::string()) + "; " + std::to_string(texts.size()) +
-                    (texts.size() == 1 ? " was" : " were") + " given";
+            error = "\"" + Narrow(command) + "\" takes " + std::to_string(n) + " argument" +
+                    (n == 1 ? "" : "s") + (n ? " (" + names + ")" : std::string()) + "; " +
+                    std::to_string(texts.size()) + (texts.size() == 1 ? " was" : " were") + " given";
             return false;
         }
         if (given[slot]) {

@@ -1,10 +1,10 @@
 // Turning the text of the command line into the values a command receives.
 #pragma once
 
+#include <orv/ORV.h>
+
 #include <string>
 #include <vector>
-
-#include <orv/ORV.h>
 
 namespace trovo {
 

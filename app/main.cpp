@@ -41,11 +41,16 @@ int Failed(const std::string& message) {
 
 const char* SeverityWord(int severity) {
     switch (severity) {
-        case ORV::ovError: return "ERROR";
-        case ORV::ovWarning: return "WARNING";
-        case ORV::ovInfo: return "INFO";
-        case ORV::ovVerbose: return "VERBOSE";
-        default: return "LOG";
+        case ORV::ovError:
+            return "ERROR";
+        case ORV::ovWarning:
+            return "WARNING";
+        case ORV::ovInfo:
+            return "INFO";
+        case ORV::ovVerbose:
+            return "VERBOSE";
+        default:
+            return "LOG";
     }
 }
 
@@ -82,8 +87,8 @@ void PrintValue(const ORV::CValue& v) {
 int ListCommands(const std::string& pluginPath) {
     const std::vector<orvhost::CommandInfo> all = orvhost::ListCommands();
     for (const orvhost::PluginRecord& pr : orvhost::Plugins()) {
-        std::cout << "Commands of the plug-in " << trovo::Narrow(pr.name) << " " << pr.major << "." << pr.minor
-                  << " (" << pr.path << "):\n";
+        std::cout << "Commands of the plug-in " << trovo::Narrow(pr.name) << " " << pr.major << "."
+                  << pr.minor << " (" << pr.path << "):\n";
         for (const orvhost::RegisteredItem& ri : pr.items) {
             if (ri.kind != L"Command") continue;
             orvhost::CommandInfo info;
@@ -135,7 +140,8 @@ int main(int argc, char** argv) {
     const std::string factory = opt.factory.empty() ? defaultFactory : opt.factory;
     const std::string dataRoot = opt.dataRoot.empty() ? factory + "/Addons" : opt.dataRoot;
     for (const auto& [flag, path] : {std::pair<const char*, const std::string&>{"--shared", opt.shared},
-                                     {"--factory", opt.factory}, {"--data-root", opt.dataRoot}})
+                                     {"--factory", opt.factory},
+                                     {"--data-root", opt.dataRoot}})
         if (!path.empty() && !IsFolder(path))
             return BadUsage("the " + std::string(flag) + " location \"" + path + "\" is not a folder");
     orvhost::SetInstallationPath(ORV::ovUserPath, trovo::Widen(user));

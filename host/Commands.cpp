@@ -1,9 +1,10 @@
 // The command table: the host's built-in script commands and the commands of loaded plug-ins,
 // run by name through Application::ExecuteCommand.
+#include "Commands.h"
+
 #include <algorithm>
 #include <cwctype>
 
-#include "Commands.h"
 #include "HostUI.h"
 
 using namespace ORV;

@@ -64,7 +64,8 @@ CValue* UserDataSlot(const CRef& source);
 // context before the call and read back after it. MemberNotFound when no loaded plug-in
 // exports the callback.
 ORV::CStatus RunCallback(const std::wstring& name, const CRef& source,
-                         std::map<std::wstring, CValue>* attributes = nullptr, const CRef& userDataOf = CRef());
+                         std::map<std::wstring, CValue>* attributes = nullptr,
+                         const CRef& userDataOf = CRef());
 // True when a loaded plug-in registered a property type of that name.
 bool IsPluginPropertyType(const std::wstring& type);
 

@@ -27,10 +27,6 @@ struct PluginHost {
     bool termHookAdded = false;
 };
 
-// The slot table must be built before the host's scene so that it is destroyed after it:
-// every item of the scene unregisters from it when the scene goes at exit.
-[[maybe_unused]] const bool kStoreBeforeScene = (TheStore(), true);
-
 PluginHost& TheHostPlugins() {
     static PluginHost* host = new PluginHost;
     return *host;
@@ -47,7 +43,9 @@ RegistrarItem* GetRegistrar(const CRef& ref) { return dynamic_cast<RegistrarItem
 ContextItem* GetContext(const CRef& ref) { return dynamic_cast<ContextItem*>(TheStore().Resolve(ref)); }
 CommandItem* GetCommand(const CRef& ref) { return dynamic_cast<CommandItem*>(TheStore().Resolve(ref)); }
 MenuRecord* GetMenu(const CRef& ref) { return dynamic_cast<MenuRecord*>(TheStore().Resolve(ref)); }
-MenuItemRecord* GetMenuItem(const CRef& ref) { return dynamic_cast<MenuItemRecord*>(TheStore().Resolve(ref)); }
+MenuItemRecord* GetMenuItem(const CRef& ref) {
+    return dynamic_cast<MenuItemRecord*>(TheStore().Resolve(ref));
+}
 
 CStatus Fail() { return CStatus(CStatus::Fail); }
 
@@ -109,7 +107,8 @@ ORVCallbackFn FindCallback(const std::wstring& name) {
 CValue* UserDataSlot(const CRef& source) {
     if (!TheStore().Resolve(source)) return nullptr;
     auto& slots = TheHostPlugins().userData;
-    if (slots.find(source.GetId()) == slots.end() && slots.size() >= 64 && slots.size() % 64 == 0) PruneUserData();
+    if (slots.find(source.GetId()) == slots.end() && slots.size() >= 64 && slots.size() % 64 == 0)
+        PruneUserData();
     return &slots[source.GetId()];
 }
 
@@ -264,7 +263,8 @@ CStatus ExecutePluginCommand(CommandItem* command, const CValueArray& args, CVal
     const long declared = static_cast<long>(command->argNames.size());
     if (args.GetCount() > declared) {
         TheHost().Log(L"The command \"" + command->scriptName + L"\" takes " + std::to_wstring(declared) +
-                          L" arguments; " + std::to_wstring(args.GetCount()) + L" were given.",
+                          (declared == 1 ? L" argument; " : L" arguments; ") +
+                          std::to_wstring(args.GetCount()) + L" were given.",
                       ovError);
         return CStatus(CStatus::InvalidArgument);
     }
@@ -280,7 +280,8 @@ CStatus ExecutePluginCommand(CommandItem* command, const CValueArray& args, CVal
     attributes[L"ReturnValue"] = CValue();
     const CStatus st = RunCallback(execute, command->Ref(), &attributes);
     if (st == CStatus::MemberNotFound && !FindCallback(execute)) {
-        TheHost().Log(L"The plug-in command \"" + command->scriptName + L"\" exports no " + execute + L".", ovError);
+        TheHost().Log(L"The plug-in command \"" + command->scriptName + L"\" exports no " + execute + L".",
+                      ovError);
         return CStatus(CStatus::NotImpl);
     }
     if (command->returnValue) result = attributes[L"ReturnValue"];

@@ -184,8 +184,7 @@ CStatus DeleteObj(CValueArray& args, CValue&) {
     };
     std::vector<Victim> victims;
     std::vector<std::wstring> names;
-    if (target.GetType() == ovString || target.GetType() == ovLPStr)
-        names = SplitList(Text(target));
+    if (target.GetType() == ovString || target.GetType() == ovLPStr) names = SplitList(Text(target));
     if (names.empty()) {
         std::vector<std::wstring> missing;
         for (Item* it : ResolveAll(target, missing)) victims.push_back({it->Ref(), false});
@@ -200,6 +199,7 @@ CStatus DeleteObj(CValueArray& args, CValue&) {
             victims.push_back({it->Ref(), branch});
         }
     }
+    if (victims.empty()) return Refuse(L"DeleteObj: no object was given.");
     for (const Victim& v : victims) {
         Item* it = TheStore().Resolve(v.ref);
         if (it && Protected(it)) return Refuse(L"DeleteObj: \"" + FullName(it) + L"\" cannot be deleted.");
@@ -274,7 +274,8 @@ CStatus SetValue(CValueArray& args, CValue&) {
     }
     for (ParamItem* p : params)
         if (!PutParamValue(p, value, time))
-            return Refuse(L"SetValue: \"" + FullName(p) + L"\" does not take the value \"" + Text(value) + L"\".");
+            return Refuse(L"SetValue: \"" + FullName(p) + L"\" does not take the value \"" + Text(value) +
+                          L"\".");
     return CStatus::OK;
 }
 
@@ -310,7 +311,8 @@ CStatus InspectObj(CValueArray& args, CValue& result) {
 CStatus PickObject(CValueArray& args, CValue& result) {
     const std::wstring left = Text(Arg(args, 0)), middle = Text(Arg(args, 1));
     bool answered = false;
-    const CValue answer = AskQuestion(L"PickObject", middle.empty() ? left : left + L" / " + middle, answered);
+    const CValue answer =
+        AskQuestion(L"PickObject", middle.empty() ? left : left + L" / " + middle, answered);
     long button = 0;
     CRef picked;
     CValue what = answer;

@@ -65,7 +65,8 @@ struct ProgressItem : Item {
 };
 
 struct PPGItemRecord : Item {
-    PPGItemRecord(std::wstring kind, std::wstring name) : Item(ovPPGItemID, std::move(name)), kind(std::move(kind)) {}
+    PPGItemRecord(std::wstring kind, std::wstring name)
+        : Item(ovPPGItemID, std::move(name)), kind(std::move(kind)) {}
     std::wstring kind;
     std::wstring label;
     std::wstring control;
@@ -135,22 +136,34 @@ ViewItem* MakeView(const std::wstring& type, const std::wstring& name) {
 
 std::vector<long> Buttons(long flags) {
     switch (flags & 0xF) {
-        case 1: return {ovMsgOk, ovMsgCancel};
-        case 2: return {3, 4, 5};  // abort, retry, ignore
-        case 3: return {ovMsgYes, ovMsgNo, ovMsgCancel};
-        case 4: return {ovMsgYes, ovMsgNo};
-        case 5: return {4, ovMsgCancel};  // retry, cancel
-        default: return {ovMsgOk};
+        case 1:
+            return {ovMsgOk, ovMsgCancel};
+        case 2:
+            return {3, 4, 5};  // abort, retry, ignore
+        case 3:
+            return {ovMsgYes, ovMsgNo, ovMsgCancel};
+        case 4:
+            return {ovMsgYes, ovMsgNo};
+        case 5:
+            return {4, ovMsgCancel};  // retry, cancel
+        default:
+            return {ovMsgOk};
     }
 }
 
 // What closing the box without a choice means for each button set.
 long CancelButton(long flags) {
     switch (flags & 0xF) {
-        case 1: case 3: case 5: return ovMsgCancel;
-        case 2: return 3;
-        case 4: return ovMsgNo;
-        default: return ovMsgOk;
+        case 1:
+        case 3:
+        case 5:
+            return ovMsgCancel;
+        case 2:
+            return 3;
+        case 4:
+            return ovMsgNo;
+        default:
+            return ovMsgOk;
     }
 }
 
@@ -170,7 +183,8 @@ bool ButtonOf(const CValue& answer, long& button) {
         button = static_cast<int>(c);
         return true;
     }
-    if (answer.GetType() == ovBool || answer.IsEmpty() || answer.GetType() == ovArray || answer.GetType() == ovRef)
+    if (answer.GetType() == ovBool || answer.IsEmpty() || answer.GetType() == ovArray ||
+        answer.GetType() == ovRef)
         return false;
     button = static_cast<long>(answer);
     return true;
@@ -178,14 +192,22 @@ bool ButtonOf(const CValue& answer, long& button) {
 
 std::wstring ButtonName(long b) {
     switch (b) {
-        case 1: return L"OK";
-        case 2: return L"Cancel";
-        case 3: return L"Abort";
-        case 4: return L"Retry";
-        case 5: return L"Ignore";
-        case 6: return L"Yes";
-        case 7: return L"No";
-        default: return std::to_wstring(b);
+        case 1:
+            return L"OK";
+        case 2:
+            return L"Cancel";
+        case 3:
+            return L"Abort";
+        case 4:
+            return L"Retry";
+        case 5:
+            return L"Ignore";
+        case 6:
+            return L"Yes";
+        case 7:
+            return L"No";
+        default:
+            return std::to_wstring(b);
     }
 }
 
@@ -242,9 +264,10 @@ CValue AskQuestion(const std::wstring& kind, const std::wstring& text, bool& ans
         h.answers.erase(h.answers.begin());
     }
     if (State().questionSink)
-        State().questionSink(question, answered ? (answer.IsEmpty() ? std::wstring(L"(cancel)")
-                                                                    : std::wstring(answer.GetAsText().GetWideString()))
-                                                : std::wstring(L"(default)"));
+        State().questionSink(question,
+                             answered ? (answer.IsEmpty() ? std::wstring(L"(cancel)")
+                                                          : std::wstring(answer.GetAsText().GetWideString()))
+                                      : std::wstring(L"(default)"));
     return answer;
 }
 
@@ -256,7 +279,8 @@ void ShowToUser(const std::wstring& kind, const std::wstring& text) {
 
 // --- Property pages --------------------------------------------------------------------------------
 
-PPGEventResult FirePPGEvent(const CRef& property, int eventId, const CRef& source, const std::wstring& button) {
+PPGEventResult FirePPGEvent(const CRef& property, int eventId, const CRef& source,
+                            const std::wstring& button) {
     PPGEventResult r;
     auto* prop = dynamic_cast<PropertyItem*>(TheStore().Resolve(property));
     if (!prop) {
@@ -547,10 +571,10 @@ int PPGItem::GetControlType() const {
     const std::wstring c = Lower(Trim(it->control));
     if (c.empty()) return -1;
     static const std::pair<const wchar_t*, int> names[] = {
-        {L"number", ovControlNumber}, {L"string", ovControlString},     {L"boolean", ovControlBoolean},
-        {L"combo", ovControlCombo},   {L"radio", ovControlRadio},       {L"button", ovControlButton},
+        {L"number", ovControlNumber},     {L"string", ovControlString}, {L"boolean", ovControlBoolean},
+        {L"combo", ovControlCombo},       {L"radio", ovControlRadio},   {L"button", ovControlButton},
         {L"filepath", ovControlFilePath}, {L"folder", ovControlFolder}, {L"grid", ovControlGrid},
-        {L"static", ovControlStatic}, {L"edit", ovControlEdit},         {L"check", ovControlCheck},
+        {L"static", ovControlStatic},     {L"edit", ovControlEdit},     {L"check", ovControlCheck},
         {L"listbox", ovControlListBox}};
     for (const auto& n : names)
         if (c == n.first) return n.second;
@@ -611,7 +635,8 @@ PPGItem PPGLayout::EndGroup() { return AddRecord(m_ref, L"EndGroup", L""); }
 PPGItem PPGLayout::AddRow() { return AddRecord(m_ref, L"Row", L""); }
 PPGItem PPGLayout::EndRow() { return AddRecord(m_ref, L"EndRow", L""); }
 PPGItem PPGLayout::AddItem(const CString& parameter, const CString& label, const CString& control) {
-    return AddRecord(m_ref, L"Item", parameter.GetWideString(), label.GetWideString(), control.GetWideString());
+    return AddRecord(m_ref, L"Item", parameter.GetWideString(), label.GetWideString(),
+                     control.GetWideString());
 }
 PPGItem PPGLayout::AddButton(const CString& name, const CString& label) {
     return AddRecord(m_ref, L"Button", name.GetWideString(), label.GetWideString(), L"Button");
@@ -640,8 +665,9 @@ PPGItem PPGLayout::GetItem(long index) const {
     Item* l = LayoutOf(m_ref);
     if (!l) return PPGItem();
     std::vector<PPGItemRecord*> all = Records(l);
-    return index >= 0 && index < static_cast<long>(all.size()) ? PPGItem(all[static_cast<std::size_t>(index)]->Ref())
-                                                               : PPGItem();
+    return index >= 0 && index < static_cast<long>(all.size())
+               ? PPGItem(all[static_cast<std::size_t>(index)]->Ref())
+               : PPGItem();
 }
 long PPGLayout::GetCount() const {
     Item* l = LayoutOf(m_ref);
@@ -774,8 +800,8 @@ CComAPIHandler::operator CValue() const { return CValue(m_ref); }
 CStatus CComAPIHandler::CreateInstance(const CString& name) {
     m_ref = CRef();
     if (name != L"ORV.UIToolkit") {
-        TheHost().Log(L"CreateInstance: the host has no scripting object \"" + std::wstring(name.GetWideString()) +
-                          L"\".",
+        TheHost().Log(L"CreateInstance: the host has no scripting object \"" +
+                          std::wstring(name.GetWideString()) + L"\".",
                       ovError);
         return CStatus(CStatus::MemberNotFound);
     }

@@ -86,7 +86,7 @@ TEST_F(Commands, CommandLogEchoesCommands) {
     run(L"TestEcho", Args({CValue(true), CValue(2.5)}), result);
     run(L"FrameAll", CValueArray(), result);
     EXPECT_EQ(Logged(ovVerbose), (std::vector<std::wstring>{L"SelectObj(\"Rig\", \"BRANCH\")",
-                                                             L"TestEcho(true, 2.5)", L"FrameAll()"}));
+                                                            L"TestEcho(true, 2.5)", L"FrameAll()"}));
 }
 
 TEST_F(Commands, NoLoggingFlagKeepsCommandOutOfLog) {
@@ -124,9 +124,11 @@ TEST_F(Commands, ListHoldsBuiltinsThenPluginCommandsInOrder) {
     for (const auto& c : all) (c.builtin ? builtins : plugin).push_back(c.name);
     for (const wchar_t* name : {L"SelectObj", L"DeselectAll", L"FrameAll", L"DeleteObj", L"EnumElements",
                                 L"GetValue", L"SetValue", L"InspectObj", L"PickObject", L"ShowFileForEdit"})
-        EXPECT_NE(std::find(builtins.begin(), builtins.end(), name), builtins.end()) << hosttest::Narrow(name);
-    EXPECT_EQ(plugin, (std::vector<std::wstring>{L"TestEcho", L"TestModelName", L"TestNoLog", L"Spaced Command",
-                                                 L"TestSelectBranch", L"TestAsk", L"TestBrowse", L"TestProgress"}));
+        EXPECT_NE(std::find(builtins.begin(), builtins.end(), name), builtins.end())
+            << hosttest::Narrow(name);
+    EXPECT_EQ(plugin,
+              (std::vector<std::wstring>{L"TestEcho", L"TestModelName", L"TestNoLog", L"Spaced Command",
+                                         L"TestSelectBranch", L"TestAsk", L"TestBrowse", L"TestProgress"}));
 }
 
 TEST_F(Commands, FindCommandGivesDeclaredArguments) {

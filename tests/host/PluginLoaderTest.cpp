@@ -26,10 +26,10 @@ TEST_F(PluginLoader, RecordsRegistrationInOrder) {
     EXPECT_EQ(pr->minor, 2);
     EXPECT_NE(pr->handle, nullptr);
     const std::vector<std::pair<std::wstring, std::wstring>> expected = {
-        {L"Command", L"TestEcho"},         {L"Command", L"TestModelName"}, {L"Command", L"TestNoLog"},
-        {L"Command", L"Spaced Command"},   {L"Command", L"TestSelectBranch"}, {L"Command", L"TestAsk"},
-        {L"Command", L"TestBrowse"},       {L"Command", L"TestProgress"}, {L"Property", L"TestProp"},
-        {L"Property", L"Silent Prop"},     {L"Menu", L"Test Menu"},       {L"Operator", L"TestOp"}};
+        {L"Command", L"TestEcho"},       {L"Command", L"TestModelName"},    {L"Command", L"TestNoLog"},
+        {L"Command", L"Spaced Command"}, {L"Command", L"TestSelectBranch"}, {L"Command", L"TestAsk"},
+        {L"Command", L"TestBrowse"},     {L"Command", L"TestProgress"},     {L"Property", L"TestProp"},
+        {L"Property", L"Silent Prop"},   {L"Menu", L"Test Menu"},           {L"Operator", L"TestOp"}};
     ASSERT_EQ(pr->items.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
         EXPECT_EQ(pr->items[i].kind, expected[i].first) << i;
@@ -133,7 +133,8 @@ TEST_F(PluginLoader, MenuItemClickRunsItsCallback) {
 
 TEST_F(PluginLoader, UnknownMenuItemIsReported) {
     EXPECT_EQ(orvhost::ClickMenuItem(L"Test Menu", L"Nope"), CStatus::MemberNotFound);
-    EXPECT_EQ(Logged(ovError), std::vector<std::wstring>{L"There is no menu item \"Nope\" in the menu \"Test Menu\"."});
+    EXPECT_EQ(Logged(ovError),
+              std::vector<std::wstring>{L"There is no menu item \"Nope\" in the menu \"Test Menu\"."});
 }
 
 TEST_F(PluginLoader, SceneEventsFireByName) {
@@ -141,7 +142,7 @@ TEST_F(PluginLoader, SceneEventsFireByName) {
     orvhost::FireSceneEvent(L"MyOpenScene_OnEvent");
     orvhost::FireSceneEvent(L"NoSuchScene_OnEvent");
     EXPECT_EQ(Logged(ovInfo), (std::vector<std::wstring>{L"Test plug-in heard a new scene.",
-                                                          L"Test plug-in heard an opened scene."}));
+                                                         L"Test plug-in heard an opened scene."}));
 }
 
 TEST_F(PluginLoader, ContextAttributesReadBack) {

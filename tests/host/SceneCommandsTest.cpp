@@ -89,7 +89,8 @@ TEST_F(SceneCommands, SelectObjUnknownNameLeavesSelectionAndReports) {
 TEST_F(SceneCommands, SelectObjUnknownLevelIsRefused) {
     EXPECT_EQ(exec(L"SelectObj", {CValue(L"Rig"), CValue(L"TWIG")}), CStatus::InvalidArgument);
     EXPECT_EQ(Logged(ovError),
-              std::vector<std::wstring>{L"SelectObj: unknown selection level \"TWIG\"; use NODE, BRANCH or MODEL."});
+              std::vector<std::wstring>{
+                  L"SelectObj: unknown selection level \"TWIG\"; use NODE, BRANCH or MODEL."});
     EXPECT_TRUE(selection().empty());
 }
 
@@ -113,7 +114,8 @@ TEST_F(SceneCommands, FrameAllRefusesAViewThatIsNoNumber) {
     const long before = orvhost::LastFrame().count;
     EXPECT_EQ(exec(L"FrameAll", {CValue(L"left")}), CStatus::InvalidArgument);
     EXPECT_EQ(orvhost::LastFrame().count, before);
-    EXPECT_EQ(Logged(ovError), std::vector<std::wstring>{L"FrameAll: the view must be a number, not \"left\"."});
+    EXPECT_EQ(Logged(ovError),
+              std::vector<std::wstring>{L"FrameAll: the view must be a number, not \"left\"."});
 }
 
 // --- DeleteObj
@@ -164,6 +166,13 @@ TEST_F(SceneCommands, DeleteObjUnknownNameDeletesNothing) {
     EXPECT_EQ(Logged(ovError), std::vector<std::wstring>{L"DeleteObj: nothing is named \"Nobody\"."});
 }
 
+TEST_F(SceneCommands, DeleteObjWithoutObjectIsRefused) {
+    EXPECT_EQ(exec(L"DeleteObj", {CValue(L" , ")}), CStatus::InvalidArgument);
+    EXPECT_EQ(exec(L"DeleteObj", {}), CStatus::InvalidArgument);
+    EXPECT_EQ(Logged(ovError), (std::vector<std::wstring>{L"DeleteObj: no object was given.",
+                                                          L"DeleteObj: no object was given."}));
+}
+
 // --- EnumElements
 
 TEST_F(SceneCommands, EnumElementsListsOwnedItemsInOrder) {
@@ -183,7 +192,8 @@ TEST_F(SceneCommands, EnumElementsListsOperatorsOfAKinematicState) {
     const CValueArray& elements = result;
     bool found = false;
     for (long i = 0; i < elements.GetCount(); ++i)
-        if (static_cast<CRef>(elements[i]) == op->Ref()) found = static_cast<CRef>(elements[i]).IsA(ovCustomOperatorID);
+        if (static_cast<CRef>(elements[i]) == op->Ref())
+            found = static_cast<CRef>(elements[i]).IsA(ovCustomOperatorID);
     EXPECT_TRUE(found);
 }
 
@@ -264,7 +274,8 @@ TEST_F(SceneCommands, SetValueUnknownPathIsRefused) {
 
 TEST_F(SceneCommands, PickObjectAnswerPicksWithLeftButton) {
     orvhost::QueueAnswer(CValue(L"Rig.Hips"));
-    EXPECT_EQ(exec(L"PickObject", {CValue(L"Select Control Node"), CValue(L"Select Extraction Node")}), CStatus::OK);
+    EXPECT_EQ(exec(L"PickObject", {CValue(L"Select Control Node"), CValue(L"Select Extraction Node")}),
+              CStatus::OK);
     const CValueArray& out = result;
     ASSERT_EQ(out.GetCount(), 3);
     EXPECT_EQ(out[0], CValue(1));
@@ -296,8 +307,9 @@ TEST_F(SceneCommands, PickObjectOfUnknownObjectIsCancelledWithWarning) {
     exec(L"PickObject", {CValue(L"Select Target Rig")});
     const CValueArray& out = result;
     EXPECT_EQ(out[0], CValue(0));
-    EXPECT_EQ(Logged(ovWarning), std::vector<std::wstring>{
-                                     L"PickObject: the scripted answer \"Nobody\" names no object; the pick is cancelled."});
+    EXPECT_EQ(Logged(ovWarning),
+              std::vector<std::wstring>{
+                  L"PickObject: the scripted answer \"Nobody\" names no object; the pick is cancelled."});
     EXPECT_EQ(orvhost::Questions(), std::vector<std::wstring>{L"PickObject: Select Target Rig"});
 }
 
@@ -315,6 +327,7 @@ TEST_F(SceneCommands, ShowFileForEditShowsReadableFile) {
 TEST_F(SceneCommands, ShowFileForEditRefusesMissingFile) {
     EXPECT_EQ(exec(L"ShowFileForEdit", {CValue(L"/nonexistent/a.structure")}), CStatus::InvalidArgument);
     EXPECT_TRUE(orvhost::Questions().empty());
-    EXPECT_EQ(Logged(ovError),
-              std::vector<std::wstring>{L"ShowFileForEdit: the file \"/nonexistent/a.structure\" cannot be read."});
+    EXPECT_EQ(
+        Logged(ovError),
+        std::vector<std::wstring>{L"ShowFileForEdit: the file \"/nonexistent/a.structure\" cannot be read."});
 }

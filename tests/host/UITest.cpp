@@ -23,10 +23,12 @@ protected:
         return prop;
     }
 
-    CValue inspect(const CValue& object, const wchar_t* title, int mode, bool throwOnCancel, CStatus* st = nullptr) {
+    CValue inspect(const CValue& object, const wchar_t* title, int mode, bool throwOnCancel,
+                   CStatus* st = nullptr) {
         CValue result;
         const CStatus s =
-            run(L"InspectObj", Args({object, CValue(L""), CValue(title), CValue(mode), CValue(throwOnCancel)}), result);
+            run(L"InspectObj",
+                Args({object, CValue(L""), CValue(title), CValue(mode), CValue(throwOnCancel)}), result);
         if (st) *st = s;
         return result;
     }
@@ -78,7 +80,8 @@ TEST_F(UI, MsgBoxAnswerNotOnTheBoxFallsBackWithWarning) {
     orvhost::QueueAnswer(CValue(7));
     EXPECT_EQ(msgBox(L"Select a valid model.", 48), ovMsgOk);
     EXPECT_EQ(Logged(ovWarning),
-              std::vector<std::wstring>{L"MsgBox: the scripted answer \"7\" is not a button of this box (OK); it answers OK."});
+              std::vector<std::wstring>{
+                  L"MsgBox: the scripted answer \"7\" is not a button of this box (OK); it answers OK."});
 }
 
 TEST_F(UI, MsgBoxIntResultOverload) {
@@ -125,7 +128,7 @@ TEST_F(UI, ProgressBarKeepsItsState) {
     bar.PutCancelEnabled(true);
     EXPECT_EQ(bar.GetCaption(), CString(L"Processing TROVO Data ..."));
     EXPECT_EQ(bar.GetMaximum(), 10);
-    EXPECT_EQ(bar.Increment(0), 5);   // 0 or less takes the step
+    EXPECT_EQ(bar.Increment(0), 5);  // 0 or less takes the step
     EXPECT_EQ(bar.Increment(2), 7);
     EXPECT_EQ(bar.Increment(9), 10);  // never past the maximum
     EXPECT_TRUE(bar.GetVisible());
@@ -150,8 +153,10 @@ TEST_F(UI, ProgressBarDrawsOneLineOnStderr) {
     const std::string out = ::testing::internal::GetCapturedStderr();
     orvhost::SetDrawProgress(false);
     // Four steps of a bar of thirty characters: half way is fifteen.
-    EXPECT_NE(out.find("\r\033[KTesting ... [###############...............]  50%"), std::string::npos) << out;
-    EXPECT_NE(out.find("\r\033[KTesting ... [##############################] 100%"), std::string::npos) << out;
+    EXPECT_NE(out.find("\r\033[KTesting ... [###############...............]  50%"), std::string::npos)
+        << out;
+    EXPECT_NE(out.find("\r\033[KTesting ... [##############################] 100%"), std::string::npos)
+        << out;
     ASSERT_FALSE(out.empty());
     EXPECT_EQ(out.back(), '\n');
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1);
@@ -175,7 +180,7 @@ TEST_F(UI, LayoutReadsBackItemsInOrder) {
     layout.AddSpacer(10, 20);
     layout.EndGroup();
     EXPECT_EQ(Kinds(layout), (std::vector<std::wstring>{L"Tab", L"Group", L"Row", L"Item", L"Button", L"Enum",
-                                                         L"EndRow", L"Spacer", L"EndGroup"}));
+                                                        L"EndRow", L"Spacer", L"EndGroup"}));
     EXPECT_EQ(layout.GetItem(L"Count"), count);
     EXPECT_EQ(count.GetLabel(), CString(L"Start Frame"));
     EXPECT_EQ(count.GetControlType(), ovControlNumber);
@@ -308,7 +313,8 @@ TEST_F(UI, ButtonPressReachesPluginAndUserDataLasts) {
     EXPECT_TRUE(orvhost::PressPPGButton(prop.GetRef(), L"Bump").called);
     orvhost::PressPPGButton(prop.GetRef(), L"Bump");
     EXPECT_EQ(prop.GetParameterValue(L"Count"), CValue(2));
-    EXPECT_EQ(Logged(ovInfo), (std::vector<std::wstring>{L"TestProp_PPGEvent 4 Bump", L"TestProp_PPGEvent 4 Bump"}));
+    EXPECT_EQ(Logged(ovInfo),
+              (std::vector<std::wstring>{L"TestProp_PPGEvent 4 Bump", L"TestProp_PPGEvent 4 Bump"}));
 }
 
 TEST_F(UI, DeletedPluginPropertyHearsTermWithItsUserData) {
@@ -323,7 +329,8 @@ TEST_F(UI, DeletedPluginPropertyHearsTermWithItsUserData) {
 
 TEST_F(UI, ParameterChangeStoresValueThenFires) {
     Property prop = addTestProp();
-    orvhost::PPGEventResult r = orvhost::ChangePPGParameter(prop.GetParameter(L"Label").GetRef(), CValue(L"run"));
+    orvhost::PPGEventResult r =
+        orvhost::ChangePPGParameter(prop.GetParameter(L"Label").GetRef(), CValue(L"run"));
     EXPECT_TRUE(r.called);
     EXPECT_EQ(prop.GetParameterValue(L"Label"), CValue(L"run"));
     EXPECT_EQ(Logged(ovInfo), std::vector<std::wstring>{L"TestProp_PPGEvent 3 Label"});
@@ -367,7 +374,7 @@ TEST_F(UI, InspectObjRecyclesAnOpenPage) {
     inspect(CValue(prop.GetRef()), L"", 3, false);
     EXPECT_EQ(panels(L"Rig.TestProp").size(), 1u);
     EXPECT_EQ(Logged(ovInfo), (std::vector<std::wstring>{L"TestProp_DefineLayout", L"TestProp_PPGEvent 1",
-                                                          L"TestProp_PPGEvent 1"}));
+                                                         L"TestProp_PPGEvent 1"}));
     EXPECT_EQ(orvhost::Questions(),
               (std::vector<std::wstring>{L"InspectObj: Rig.TestProp", L"InspectObj: Rig.TestProp"}));
 }
@@ -379,7 +386,7 @@ TEST_F(UI, InspectObjModalConsumesAnswerAndCloses) {
     EXPECT_EQ(orvhost::PendingAnswers(), 0u);
     EXPECT_TRUE(panels(L"Rig.TestProp").empty());
     EXPECT_EQ(Logged(ovInfo), (std::vector<std::wstring>{L"TestProp_DefineLayout", L"TestProp_PPGEvent 1",
-                                                          L"TestProp_PPGEvent 2"}));
+                                                         L"TestProp_PPGEvent 2"}));
 }
 
 TEST_F(UI, InspectObjModalWithEmptyQueueAnswersOk) {
@@ -400,17 +407,19 @@ TEST_F(UI, InspectObjModalAnswerFillsThePage) {
     EXPECT_EQ(inspect(CValue(L"Rig.TestProp"), L"", 4, false), CValue(false));
     EXPECT_EQ(prop.GetParameterValue(L"Count"), CValue(5));
     EXPECT_EQ(prop.GetParameterValue(L"Label"), CValue(L"abc"));
-    EXPECT_EQ(Logged(ovInfo), (std::vector<std::wstring>{L"TestProp_DefineLayout", L"TestProp_PPGEvent 1",
-                                                          L"TestProp_PPGEvent 3 Count", L"TestProp_PPGEvent 3 Label",
-                                                          L"TestProp_PPGEvent 2"}));
+    EXPECT_EQ(Logged(ovInfo),
+              (std::vector<std::wstring>{L"TestProp_DefineLayout", L"TestProp_PPGEvent 1",
+                                         L"TestProp_PPGEvent 3 Count", L"TestProp_PPGEvent 3 Label",
+                                         L"TestProp_PPGEvent 2"}));
 }
 
 TEST_F(UI, InspectObjModalAnswerNamingNoParameterWarns) {
     addTestProp();
     orvhost::QueueAnswer(CValue(L"Speed=2"));
     EXPECT_EQ(inspect(CValue(L"Rig.TestProp"), L"", 4, false), CValue(false));
-    EXPECT_EQ(Logged(ovWarning), std::vector<std::wstring>{
-                                     L"InspectObj: the page has no parameter \"Speed\"; that part of the answer is left out."});
+    EXPECT_EQ(Logged(ovWarning),
+              std::vector<std::wstring>{
+                  L"InspectObj: the page has no parameter \"Speed\"; that part of the answer is left out."});
 }
 
 TEST_F(UI, InspectObjCancelWithThrowFlagFails) {
@@ -480,10 +489,10 @@ TEST_F(UI, ScriptingObjectsRefuseWhatTheyDoNotHave) {
     EXPECT_EQ(browser.PutProperty(L"Colour", CValue(1)), CStatus::MemberNotFound);
     CValue unused;
     EXPECT_EQ(browser.Call(L"ShowFolder", unused), CStatus::MemberNotFound);
-    EXPECT_EQ(Logged(ovError), (std::vector<std::wstring>{
-                                   L"CreateInstance: the host has no scripting object \"Some.Thing\".",
-                                   L"PutProperty: \"FileBrowser\" has no property \"Colour\".",
-                                   L"Call: \"FileBrowser\" has no method \"ShowFolder\"."}));
+    EXPECT_EQ(Logged(ovError),
+              (std::vector<std::wstring>{L"CreateInstance: the host has no scripting object \"Some.Thing\".",
+                                         L"PutProperty: \"FileBrowser\" has no property \"Colour\".",
+                                         L"Call: \"FileBrowser\" has no method \"ShowFolder\"."}));
 }
 
 // --- Log and installation locations
