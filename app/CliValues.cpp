@@ -26,6 +26,12 @@ bool EndsWith(const std::wstring& s, const std::wstring& tail) {
     return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
 }
 
+// "007" or "-01.5" would not read back as typed; such text is a name, not a number.
+bool HasLeadingZero(const std::string& t) {
+    const std::size_t i = (t[0] == '-' || t[0] == '+') ? 1 : 0;
+    return i + 1 < t.size() && t[i] == '0' && std::isdigit(static_cast<unsigned char>(t[i + 1]));
+}
+
 bool IsWholeNumber(const std::string& t) {
     std::size_t i = (t[0] == '-' || t[0] == '+') ? 1 : 0;
     if (i >= t.size()) return false;
@@ -63,6 +69,7 @@ ORV::CValue ValueFromText(const std::string& text) {
     const std::string l = Lower(text);
     if (l == "true") return ORV::CValue(true);
     if (l == "false") return ORV::CValue(false);
+    if (HasLeadingZero(text)) return ORV::CValue(ORV::CString(Widen(text)));
     if (IsWholeNumber(text)) {
         errno = 0;
         const long long v = std::strtoll(text.c_str(), nullptr, 10);
@@ -137,6 +144,10 @@ bool BuildArguments(const std::wstring& command, const std::vector<std::wstring>
             continue;
         }
         const std::string& text = values[i];
+        if (text.empty() && IsModelArgument(declared[i])) {
+            args.Add(ORV::CValue());  // "targetmodel=" names no model: the argument is missing
+            continue;
+        }
         const bool byName = !text.empty() && text[0] == '@';
         if (byName || (IsModelArgument(declared[i]) && !text.empty())) {
             const std::wstring name = Widen(byName ? text.substr(1) : text);

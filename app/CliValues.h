@@ -9,7 +9,7 @@
 namespace trovo {
 
 // "true"/"false" (any case) as a bool, whole numbers as int, decimal numbers as double,
-// anything else as text. The empty text stays (empty) text.
+// anything else as text. Numbers with a leading zero ("007") and the empty text stay text.
 ORV::CValue ValueFromText(const std::string& text);
 
 // An argument that takes a model: its declared name ends in "model" or "_rig", any case.
