@@ -150,17 +150,20 @@ int main(int argc, char** argv) {
     orvhost::SetInstallationPath(ORV::ovDataRootPath, trovo::Widen(dataRoot));
 
     // The log and the dialogs go to stderr as they happen.
+    // On a terminal a line of text first wipes the progress bar; the bar redraws on its next step.
     const bool verbose = opt.verbose;
-    orvhost::TheHost().logSink = [verbose](const orvhost::LogEntry& e) {
+    const bool terminal = isatty(STDERR_FILENO) == 1;
+    const char* const wipe = terminal ? "\r\033[K" : "";
+    orvhost::TheHost().logSink = [verbose, wipe](const orvhost::LogEntry& e) {
         if (e.severity == ORV::ovVerbose && !verbose) return;
-        std::cerr << SeverityWord(e.severity) << ": " << trovo::Narrow(e.text) << std::endl;
+        std::cerr << wipe << SeverityWord(e.severity) << ": " << trovo::Narrow(e.text) << std::endl;
     };
-    orvhost::QuestionSink() = [](const std::wstring& question, const std::wstring& answer) {
-        std::cerr << "? " << trovo::Narrow(question);
+    orvhost::QuestionSink() = [wipe](const std::wstring& question, const std::wstring& answer) {
+        std::cerr << wipe << "? " << trovo::Narrow(question);
         if (!answer.empty()) std::cerr << " -> " << trovo::Narrow(answer);
         std::cerr << std::endl;
     };
-    orvhost::SetDrawProgress(isatty(STDERR_FILENO) == 1);
+    orvhost::SetDrawProgress(terminal);
 
     // The plug-in. The default one may be missing; the host's own commands still run then.
     const bool pluginGiven = !opt.plugin.empty();
