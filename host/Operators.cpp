@@ -85,9 +85,6 @@ T* Resolve(const CRef& ref) {
 // Deleting an operator (alone or with what owns it) runs its _Term first.
 struct DeleteHookInstaller {
     DeleteHookInstaller() {
-        // The item table must outlive the host's scene, whose items unregister from it when
-        // the scene goes at exit: make it first, so that it is destroyed last.
-        TheStore();
         TheHost().deleteHooks.push_back([](Item* item) {
             if (auto* op = dynamic_cast<OperatorItem*>(item)) TermOperator(op);
         });

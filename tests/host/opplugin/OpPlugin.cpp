@@ -8,8 +8,8 @@
 //   BlobOp    on its first update reads three doubles from input 0 (a blob) and keeps them;
 //             then writes the translation blob * input 1 (a grid parameter's cell 0, 0) plus
 //             0.5 * time along Y, and the rotation of input 2 (a kinematic state), if any.
-// The command OpDump gives the global poses of all objects of a model at a time as text.
-#include <cstdio>
+// It registers nothing else (no command, no scene event), so that loading it beside the
+// host's test plug-in changes nothing that plug-in's tests count.
 #include <cstring>
 
 #include <orv/ORV.h>
@@ -71,7 +71,6 @@ OP_EXPORT CStatus ORVLoadPlugin(PluginRegistrar& reg) {
     reg.RegisterOperator(L"SelfOp");
     reg.RegisterOperator(L"IdleOp");
     reg.RegisterOperator(L"BlobOp");
-    reg.RegisterCommand(L"OpDump", L"OpDump");
     return CStatus::OK;
 }
 
@@ -153,51 +152,5 @@ OP_EXPORT CStatus BlobOp_Update(CRef& ref) {
     if (turn.IsValid()) pose.SetRotation(turn.GetTransform(t).GetRotation());
     pose.SetTranslationFromValues(s->blob[0] * k, s->blob[1] * k + 0.5 * t, s->blob[2] * k);
     Output(ctx).PutTransform(pose, t);
-    return CStatus::OK;
-}
-
-// --- OpDump: "model", "time"
-
-OP_EXPORT CStatus OpDump_Init(CRef& ref) {
-    Context ctx(ref);
-    Command cmd(ctx.GetSource());
-    cmd.EnableReturnValue(true);
-    cmd.GetArguments().Add(L"model", CValue());
-    cmd.GetArguments().Add(L"time", CValue());
-    return CStatus::OK;
-}
-
-OP_EXPORT CStatus OpDump_Execute(CRef& ref) {
-    Context ctx(ref);
-    CValueArray args = ctx.GetAttribute(L"Arguments");
-    X3DObject model(CRef::FromPath(args[0].GetAsText()));
-    const double t = static_cast<double>(args[1]);
-    CString out;
-    CRefArray all = model.FindChildren(L"", L"", CStringArray(), true);
-    for (long i = 0; i < all.GetCount(); ++i) {
-        X3DObject o(all[i]);
-        const CTransformation g = o.GetKinematics().GetGlobal().GetTransform(t);
-        const CQuaternion q = g.GetRotationQuaternion();
-        const double v[10] = {g.GetPosX(), g.GetPosY(), g.GetPosZ(), q.w, q.x, q.y, q.z,
-                              g.GetScaling().x, g.GetScaling().y, g.GetScaling().z};
-        out += o.GetName();
-        for (double d : v) {
-            char buf[40];
-            std::snprintf(buf, sizeof buf, " %.17g", d);
-            out += buf;
-        }
-        out += L";";
-    }
-    ctx.PutAttribute(L"ReturnValue", CValue(out));
-    return CStatus::OK;
-}
-
-OP_EXPORT CStatus MyNewScene_OnEvent(CRef&) {
-    app.LogMessage(L"Operator plug-in heard a new scene.", ovInfo);
-    return CStatus::OK;
-}
-
-OP_EXPORT CStatus MyOpenScene_OnEvent(CRef&) {
-    app.LogMessage(L"Operator plug-in heard an opened scene.", ovInfo);
     return CStatus::OK;
 }
