@@ -1,6 +1,10 @@
 // The animation side of the headless host: function curves, expressions, chains and custom
 // operators as scene items, and the evaluation entry points that the core, the commands and
 // the scene files share. Internal to the host library.
+//
+// What the core calls: DeleteItem runs the delete hooks, and the one installed here runs an
+// operator's _Term before it goes; ResetScene should call TermAllOperators() first, so that
+// operators of a dropped scene hear _Term as they do with NewScene and OpenScene.
 #pragma once
 
 #include <cstdint>
@@ -229,10 +233,6 @@ void TermAllOperators();
 bool ConnectOperator(OperatorItem* op, int mode);
 // The holder of operators that are not yet connected.
 Item* PendingOperators();
-
-// ---------------------------------------------------------------------------------------------
-// Scene events, from the plug-in loader (also declared in HostTesting.h).
-void FireSceneEvent(const std::wstring& callbackName);
 
 // ---------------------------------------------------------------------------------------------
 // Evaluation (Kinematics.cpp)
