@@ -367,3 +367,48 @@ TEST_F(Curve, RemoveAllAnimationWithoutObjectWorksOnTheSelection) {
     EXPECT_FALSE(c.IsValid());
     EXPECT_TRUE(posx.IsAnimated(ovFCurveSource));
 }
+
+TEST_F(Curve, BadKeysAreRefusedAndChangeNothing) {
+    ASSERT_EQ(curve.AddKey(CTime(1.0), CValue(1.0)), CStatus::OK);
+    EXPECT_NE(curve.AddKey(CTime(std::nan("")), CValue(2.0)), CStatus::OK);
+    EXPECT_NE(curve.AddKey(CTime(2.0), CValue(2.0), 7), CStatus::OK);
+    EXPECT_NE(curve.PutInterpolation(0), CStatus::OK);
+    CTimeArray times;
+    times.Add(CTime(HUGE_VAL));
+    CValueArray values;
+    values.Add(CValue(1.0));
+    EXPECT_NE(curve.SetKeys(times, values), CStatus::OK);
+    EXPECT_NE(curve.GetKeyAtIndex(0).PutLeftTanX(std::nan("")), CStatus::OK);
+    EXPECT_NE(curve.GetKeyAtIndex(0).PutConstraint(0, true), CStatus::OK);
+    EXPECT_EQ(curve.GetNumKeys(), 1);
+    EXPECT_EQ(static_cast<double>(curve.Eval(CTime(5.0))), 1.0);
+    EXPECT_FALSE(curve.GetKeyAtIndex(1).IsValid());
+    EXPECT_FALSE(curve.GetKeyAtIndex(-1).IsValid());
+}
+
+TEST_F(Curve, HandlesOfADeletedCurveFailCleanly) {
+    ASSERT_EQ(curve.AddKey(CTime(1.0), CValue(1.0)), CStatus::OK);
+    FCurveKey key = curve.GetKeyAtIndex(0);
+    orvhost::DeleteItem(orvhost::TheStore().Resolve(ball.GetRef()));
+    EXPECT_FALSE(curve.IsValid());
+    EXPECT_FALSE(key.IsValid());
+    EXPECT_NE(curve.AddKey(CTime(2.0), CValue(2.0)), CStatus::OK);
+    EXPECT_EQ(curve.GetNumKeys(), 0);
+    EXPECT_EQ(key.GetLeftTanX(), 0.0);
+    EXPECT_FALSE(posx.IsAnimated(ovAnySource));
+}
+
+TEST_F(Curve, BooleanParameterFollowsItsCurve) {
+    CustomProperty cp;
+    ASSERT_EQ(ball.AddCustomProperty(L"Feet", false, cp), CStatus::OK);
+    Parameter clamp;
+    ASSERT_EQ(cp.AddParameter(L"Clamp", ovBool, ovAnimatable, L"", L"", CValue(false), clamp), CStatus::OK);
+    FCurve c;
+    ASSERT_EQ(clamp.AddFCurve(ovStandardFCurve, c), CStatus::OK);
+    ASSERT_EQ(c.AddKey(CTime(0.0), CValue(true), ovConstantInterpolation), CStatus::OK);
+    ASSERT_EQ(c.AddKey(CTime(10.0), CValue(false), ovConstantInterpolation), CStatus::OK);
+    EXPECT_EQ(clamp.GetValue(5.0).GetType(), ovBool);
+    EXPECT_TRUE(static_cast<bool>(clamp.GetValue(5.0)));
+    EXPECT_FALSE(static_cast<bool>(clamp.GetValue(10.0)));
+    EXPECT_EQ(static_cast<double>(c.GetKeyAtIndex(0).GetValue()), 1.0);
+}

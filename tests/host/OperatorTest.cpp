@@ -406,3 +406,21 @@ TEST_F(Op, SceneWithOperatorsBlobAndGridReopensInANewProcessWithTheSameTransform
     std::remove(scenePath.c_str());
     std::remove(outPath.c_str());
 }
+
+TEST_F(Op, MisusedPortsAreRefused) {
+    CustomOperator op(app.GetFactory().CreateObject(L"FollowOp"));
+    EXPECT_FALSE(op.AddInputPort(CRef()).IsValid());
+    EXPECT_FALSE(op.AddOutputPort(Global(target), L"", 3).IsValid());
+    EXPECT_TRUE(op.AddOutputPort(Global(target)).IsValid());
+    ASSERT_EQ(op.Connect(), CStatus::OK);
+    // A connected operator takes no more ports or groups.
+    EXPECT_FALSE(op.AddInputPort(Global(source)).IsValid());
+    EXPECT_FALSE(op.AddPortGroup(L"Late").IsValid());
+    EXPECT_EQ(op.Connect(), CStatus::OK);
+}
+
+TEST_F(Op, InputsOutOfRangeAreEmpty) {
+    // ShiftOp without a second input moves by 1: input 1 reads as empty.
+    Make(L"ShiftOp", Global(target), {Global(source)});
+    EXPECT_NEAR(Pos(target, 0.0).y, 3.0, 1e-12);
+}
