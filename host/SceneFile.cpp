@@ -1019,6 +1019,12 @@ void Print(const json& j, std::string& out, int depth) {
     }
 }
 
+// The delete hooks for an item and all it owns, owned items first, as a deletion runs them.
+void RunDeleteHooks(Item* item) {
+    for (auto& o : item->owned) RunDeleteHooks(o.get());
+    for (auto& hook : TheHost().deleteHooks) hook(item);
+}
+
 std::string SceneText() {
     Writer w;
     std::string out;
@@ -1083,8 +1089,11 @@ bool OpenScene(const std::string& path, std::wstring& error) {
                                             : L"The scene file \"" + WidePath(path) + L"\" cannot be opened: " + why + L".";
         return false;
     }
+    // The old scene goes as ResetScene drops one: its operators and plug-in properties hear
+    // their _Term.
     host.scene = std::move(old);
     TermAllOperators();
+    RunDeleteHooks(host.scene->root.get());
     host.scene = std::move(fresh);
     old.reset();
     host.uiRoot.reset();
