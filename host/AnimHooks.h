@@ -2,9 +2,8 @@
 // operators as scene items, and the evaluation entry points that the core, the commands and
 // the scene files share. Internal to the host library.
 //
-// What the core calls: DeleteItem runs the delete hooks, and the one installed here runs an
-// operator's _Term before it goes; ResetScene should call TermAllOperators() first, so that
-// operators of a dropped scene hear _Term as they do with NewScene and OpenScene.
+// What the core calls: DeleteItem and ResetScene run the delete hooks, and the one installed
+// here runs an operator's _Term before it goes.
 #pragma once
 
 #include <cstdint>
