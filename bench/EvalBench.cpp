@@ -5,12 +5,11 @@
 //                  local channels animated by cubic curves of 200 keys.
 //   BM_IKBiped:    the IK biped of the tests, hips and the four goals animated.
 #include <benchmark/benchmark.h>
+#include <orv/ORV.h>
 
 #include <cmath>
 #include <string>
 #include <vector>
-
-#include <orv/ORV.h>
 
 #include "HostTesting.h"
 
@@ -73,8 +72,8 @@ void BM_CurveRig60(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(sink);
     state.counters["objects"] = static_cast<double>(globals.size());
-    state.counters["frames_per_second"] = benchmark::Counter(static_cast<double>(state.iterations()),
-                                                             benchmark::Counter::kIsRate);
+    state.counters["frames_per_second"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_CurveRig60)->Unit(benchmark::kMicrosecond);
 
@@ -128,7 +127,8 @@ void BM_IKBiped(benchmark::State& state) {
     }
     Key(hips, L"posy", 0.8, 9.5);
     CRefArray all = model.FindChildren(L"", L"", CStringArray(), true);
-    for (long i = 0; i < all.GetCount(); ++i) globals.push_back(X3DObject(all[i]).GetKinematics().GetGlobal());
+    for (long i = 0; i < all.GetCount(); ++i)
+        globals.push_back(X3DObject(all[i]).GetKinematics().GetGlobal());
     double frame = 0.0, sink = 0.0;
     for (auto _ : state) {
         for (KinematicState& g : globals) sink += g.GetTransform(frame).GetPosY();
@@ -137,8 +137,8 @@ void BM_IKBiped(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(sink);
     state.counters["objects"] = static_cast<double>(globals.size());
-    state.counters["frames_per_second"] = benchmark::Counter(static_cast<double>(state.iterations()),
-                                                             benchmark::Counter::kIsRate);
+    state.counters["frames_per_second"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_IKBiped)->Unit(benchmark::kMicrosecond);
 

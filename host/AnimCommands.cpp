@@ -135,7 +135,8 @@ CStatus RemoveAllAnimation(CValueArray& args, CValue&) {
             if (Item* it = TheStore().Resolve(id)) items.push_back(it);
     } else {
         Targets(Arg(args, 0), items, missing);
-        if (!missing.empty()) return Refuse(L"RemoveAllAnimation: nothing is named \"" + missing.front() + L"\".");
+        if (!missing.empty())
+            return Refuse(L"RemoveAllAnimation: nothing is named \"" + missing.front() + L"\".");
     }
     const bool branch = IntArg(Arg(args, 1), 0) != 0;
     const int mask = IntArg(Arg(args, 2), 3);

@@ -146,8 +146,9 @@ bool SolveChain(const ChainParts& chain, double time, std::vector<CTransformatio
 // bend lies in the plane of `axis` (root to goal) and `bend` (unit, perpendicular to it).
 // Two bones: the law of cosines. More: forward and backward reaching in the plane until the
 // end lies within `tolerance` of the goal or `maxIterations` passes are done.
-void SolveTwoBones(const ORV::MATH::CVector3& p0, const ORV::MATH::CVector3& goal, const ORV::MATH::CVector3& bend,
-                   double l1, double l2, std::vector<ORV::MATH::CVector3>& joints);
+void SolveTwoBones(const ORV::MATH::CVector3& p0, const ORV::MATH::CVector3& goal,
+                   const ORV::MATH::CVector3& bend, double l1, double l2,
+                   std::vector<ORV::MATH::CVector3>& joints);
 void SolveManyBones(const ORV::MATH::CVector3& p0, const ORV::MATH::CVector3& goal,
                     const ORV::MATH::CVector3& bend, const std::vector<double>& lengths,
                     const std::vector<ORV::MATH::CVector3>& restJoints, double tolerance, int maxIterations,

@@ -134,9 +134,9 @@ void SolveTwoBones(const CVector3& p0, const CVector3& goal, const CVector3& ben
     joints = {p0, p1, p2};
 }
 
-void SolveManyBones(const CVector3& p0, const CVector3& goal, const CVector3& bend, const std::vector<double>& lengths,
-                    const std::vector<CVector3>& restJoints, double tolerance, int maxIterations,
-                    std::vector<CVector3>& joints) {
+void SolveManyBones(const CVector3& p0, const CVector3& goal, const CVector3& bend,
+                    const std::vector<double>& lengths, const std::vector<CVector3>& restJoints,
+                    double tolerance, int maxIterations, std::vector<CVector3>& joints) {
     const std::size_t n = lengths.size();
     double total = 0.0;
     for (double l : lengths) total += l;
@@ -306,8 +306,8 @@ T* Resolve(const CRef& ref) {
 
 using namespace orvhost;
 
-CStatus X3DObject::Add2DChain(const CVector3& start, const CVector3& end, const CVector3& normal, const CString& name,
-                              ChainRoot& result) {
+CStatus X3DObject::Add2DChain(const CVector3& start, const CVector3& end, const CVector3& normal,
+                              const CString& name, ChainRoot& result) {
     result = ChainRoot();
     auto* self = Resolve<Object3D>(m_ref);
     if (!self || !((end - start).GetLength() > 0.0)) return CStatus(CStatus::InvalidArgument);

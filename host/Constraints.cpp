@@ -44,7 +44,8 @@ CStatus Kinematics::AddConstraint(const CString& preset, const CRef& constrainin
     ConstraintItem* c = AddObjectConstraint(obj, preset.GetWideString(), driver);
     if (!c) {
         if (driver != obj)
-            TheHost().Log(L"Unknown constraint preset \"" + std::wstring(preset.GetWideString()) + L"\".", ovWarning);
+            TheHost().Log(L"Unknown constraint preset \"" + std::wstring(preset.GetWideString()) + L"\".",
+                          ovWarning);
         return CStatus(CStatus::InvalidArgument);
     }
     result = Constraint(c->Ref());

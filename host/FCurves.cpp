@@ -16,7 +16,8 @@ FCurveItem::FCurveItem() : Item(ovFCurveID, L"FCurve") {}
 
 FCurveItem::~FCurveItem() { keyHandles.clear(); }
 
-FCurveKeyItem::FCurveKeyItem(FCurveItem* c, std::uint64_t s) : Item(ovFCurveKeyID, L"Key"), curve(c), serial(s) {
+FCurveKeyItem::FCurveKeyItem(FCurveItem* c, std::uint64_t s)
+    : Item(ovFCurveKeyID, L"Key"), curve(c), serial(s) {
     owner = c;
 }
 
@@ -287,7 +288,8 @@ void CollectParams(ParamItem* p, int sourceType, CRefArray& out) {
 
 void CollectObject(Object3D* o, int sourceType, bool recursive, CRefArray& out) {
     if (o->primitive)
-        for (ParamItem* p : static_cast<PropertyItem*>(o->primitive)->params) CollectParams(p, sourceType, out);
+        for (ParamItem* p : static_cast<PropertyItem*>(o->primitive)->params)
+            CollectParams(p, sourceType, out);
     if (!recursive) return;
     if (o->kine) {
         if (o->kine->local) CollectParams(o->kine->local, sourceType, out);
@@ -319,7 +321,9 @@ CRef Parameter::GetSource() const {
     return p && p->source ? p->source->Ref() : CRef();
 }
 
-bool Parameter::IsAnimated(int sourceType) const { return IsParamAnimated(Resolve<ParamItem>(m_ref), sourceType); }
+bool Parameter::IsAnimated(int sourceType) const {
+    return IsParamAnimated(Resolve<ParamItem>(m_ref), sourceType);
+}
 
 CStatus Parameter::AddFCurve(int type, FCurve& result) {
     result = FCurve();
@@ -398,8 +402,9 @@ CStatus FCurve::EndEdit() {
     return CStatus::OK;
 }
 
-CStatus FCurve::AddKey(const CTime& time, const CValue& value, int interpolation, double leftTanX, double leftTanY,
-                       double rightTanX, double rightTanY, bool overwrite, double tolerance) {
+CStatus FCurve::AddKey(const CTime& time, const CValue& value, int interpolation, double leftTanX,
+                       double leftTanY, double rightTanX, double rightTanY, bool overwrite,
+                       double tolerance) {
     auto* c = Resolve<FCurveItem>(m_ref);
     if (!c) return Failed();
     if (interpolation < ovConstantInterpolation || interpolation > ovCubicInterpolation)
@@ -407,7 +412,8 @@ CStatus FCurve::AddKey(const CTime& time, const CValue& value, int interpolation
     const double t = static_cast<double>(time);
     if (!std::isfinite(t)) return CStatus(CStatus::InvalidArgument);
     if (!overwrite && c->FindKey(t, tolerance) >= 0) return CStatus::OK;
-    c->SetKey(t, static_cast<double>(value), interpolation, leftTanX, leftTanY, rightTanX, rightTanY, tolerance);
+    c->SetKey(t, static_cast<double>(value), interpolation, leftTanX, leftTanY, rightTanX, rightTanY,
+              tolerance);
     return CStatus::OK;
 }
 
@@ -428,7 +434,8 @@ CStatus FCurve::SetKeys(const CTimeArray& times, const CValueArray& values, bool
         k.rightX = 1.0 / 3.0;
         next.push_back(k);
     }
-    std::stable_sort(next.begin(), next.end(), [](const CurveKey& a, const CurveKey& b) { return a.time < b.time; });
+    std::stable_sort(next.begin(), next.end(),
+                     [](const CurveKey& a, const CurveKey& b) { return a.time < b.time; });
     // One key per time: a later entry of the arrays wins.
     std::vector<CurveKey> unique;
     for (const CurveKey& k : next) {

@@ -344,8 +344,9 @@ EvalPose Compute(Object3D* obj, double time, EvalPose& partial) {
     if (obj->kine) {
         std::vector<OperatorItem*> ops = OperatorsWriting(obj->kine->local);
         for (OperatorItem* op : OperatorsWriting(obj->kine->global)) ops.push_back(op);
-        std::stable_sort(ops.begin(), ops.end(),
-                         [](const OperatorItem* a, const OperatorItem* b) { return a->connectOrder < b->connectOrder; });
+        std::stable_sort(ops.begin(), ops.end(), [](const OperatorItem* a, const OperatorItem* b) {
+            return a->connectOrder < b->connectOrder;
+        });
         for (OperatorItem* op : ops) {
             const bool global = std::find_if(op->ports.begin(), op->ports.end(), [&](const PortItem* p) {
                                     return p->output && p->target == obj->kine->global->id;

@@ -95,7 +95,9 @@ const DeleteHookInstaller installer;
 }  // namespace
 
 OperatorItem::OperatorItem(std::wstring t, bool isScripted)
-    : Item(isScripted ? ovScriptedOperatorID : ovCustomOperatorID, t), type(std::move(t)), scripted(isScripted) {}
+    : Item(isScripted ? ovScriptedOperatorID : ovCustomOperatorID, t),
+      type(std::move(t)),
+      scripted(isScripted) {}
 
 OperatorItem::~OperatorItem() {
     auto& extra = ExtraOutputs();
@@ -136,8 +138,9 @@ std::vector<OperatorItem*> OperatorsWriting(const Item* target) {
         if (auto* op = dynamic_cast<OperatorItem*>(TheStore().Resolve(it->second)))
             if (op->connected && std::find(out.begin(), out.end(), op) == out.end()) out.push_back(op);
     if (out.size() > 1)
-        std::stable_sort(out.begin(), out.end(),
-                         [](const OperatorItem* a, const OperatorItem* b) { return a->connectOrder < b->connectOrder; });
+        std::stable_sort(out.begin(), out.end(), [](const OperatorItem* a, const OperatorItem* b) {
+            return a->connectOrder < b->connectOrder;
+        });
     return out;
 }
 
@@ -309,8 +312,8 @@ CRefArray Operator::GetPortGroups() const {
     return out;
 }
 
-PortGroup CustomOperator::AddPortGroup(const CString& name, long minInstances, long maxInstances, const CString& filter,
-                                       const CString& scriptFilter, long flags) {
+PortGroup CustomOperator::AddPortGroup(const CString& name, long minInstances, long maxInstances,
+                                       const CString& filter, const CString& scriptFilter, long flags) {
     auto* op = Resolve<OperatorItem>(m_ref);
     if (!op || op->connected) return PortGroup();
     std::wstring n = name.GetWideString();
@@ -363,8 +366,8 @@ Port CustomOperator::AddInputPort(const CRef& target, const CString& name, long 
     return AddPort(m_ref, target, name, groupIndex, indexInGroup, flags, false);
 }
 
-Port CustomOperator::AddOutputPort(const CRef& target, const CString& name, long groupIndex, long indexInGroup,
-                                   long flags) {
+Port CustomOperator::AddOutputPort(const CRef& target, const CString& name, long groupIndex,
+                                   long indexInGroup, long flags) {
     return AddPort(m_ref, target, name, groupIndex, indexInGroup, flags, true);
 }
 

@@ -11,9 +11,8 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
-#include <sstream>
-
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "AnimHooks.h"
 #include "HostTesting.h"
@@ -186,10 +185,14 @@ bool ReadNum(const json& j, double& out) {
     }
     if (!j.is_string()) return false;
     const std::string& s = j.get_ref<const std::string&>();
-    if (s == "nan") out = std::nan("");
-    else if (s == "inf") out = HUGE_VAL;
-    else if (s == "-inf") out = -HUGE_VAL;
-    else return false;
+    if (s == "nan")
+        out = std::nan("");
+    else if (s == "inf")
+        out = HUGE_VAL;
+    else if (s == "-inf")
+        out = -HUGE_VAL;
+    else
+        return false;
     return true;
 }
 
@@ -293,8 +296,9 @@ json Writer::Source(const Item* source) const {
         s["interpolation"] = c->interpolation;
         json keys = json::array();
         for (const CurveKey& k : c->keys)
-            keys.push_back(json::array({Num(k.time), Num(k.value), k.interpolation, Num(k.leftX), Num(k.leftY),
-                                        Num(k.rightX), Num(k.rightY), k.autoTangents, k.constraints}));
+            keys.push_back(
+                json::array({Num(k.time), Num(k.value), k.interpolation, Num(k.leftX), Num(k.leftY),
+                             Num(k.rightX), Num(k.rightY), k.autoTangents, k.constraints}));
         s["keys"] = keys;
     } else if (auto* e = dynamic_cast<const ExpressionItem*>(source)) {
         s["kind"] = "expression";
@@ -403,7 +407,8 @@ json Writer::Object(const Object3D* o) const {
     if (o->mixer) j["mixer"] = true;
     if (!o->controlPoints.empty()) {
         json pts = json::array();
-        for (const auto& p : o->controlPoints) pts.push_back(json::array({Num(p.x), Num(p.y), Num(p.z), Num(p.w)}));
+        for (const auto& p : o->controlPoints)
+            pts.push_back(json::array({Num(p.x), Num(p.y), Num(p.z), Num(p.w)}));
         j["controlPoints"] = pts;
     }
     if (!o->attributes.empty()) j["attributes"] = Attributes(o->attributes);
@@ -686,7 +691,8 @@ void Reader::LoadParam(ParamItem* p, const json& j) {
     for (const char* key : {"min", "max", "smin", "smax"}) {
         v = CValue();
         if (const json* f = Field(j, key)) ValueOf(*f, v, false);
-        CValue& slot = key[0] == 'm' ? (key[1] == 'i' ? p->min : p->max) : (key[2] == 'i' ? p->smin : p->smax);
+        CValue& slot =
+            key[0] == 'm' ? (key[1] == 'i' ? p->min : p->max) : (key[2] == 'i' ? p->smin : p->smax);
         slot = v;
     }
     p->label = String(j, "label");
@@ -718,7 +724,8 @@ void Reader::LoadParam(ParamItem* p, const json& j) {
         g->rows = rows;
         g->cols = cols;
         g->labels.clear();
-        for (const json& l : Array(*grid, "labels")) g->labels.push_back(l.is_string() ? Wide(l.get<std::string>()) : L"");
+        for (const json& l : Array(*grid, "labels"))
+            g->labels.push_back(l.is_string() ? Wide(l.get<std::string>()) : L"");
         g->labels.resize(static_cast<std::size_t>(cols));
         g->data.assign(static_cast<std::size_t>(rows * cols), CValue());
         for (std::size_t i = 0; i < data.size(); ++i) {
@@ -747,7 +754,9 @@ void Reader::LoadParams(Item* owner, std::vector<ParamItem*>& params, const json
         ParamItem* p = nullptr;
         for (ParamItem* q : params)
             if (q->name == name) p = q;
-        if (!p) p = owner->Own(std::make_unique<ParamItem>(name, static_cast<ovValueType>(static_cast<int>(type))));
+        if (!p)
+            p = owner->Own(
+                std::make_unique<ParamItem>(name, static_cast<ovValueType>(static_cast<int>(type))));
         p->type = static_cast<ovValueType>(static_cast<int>(type));
         ordered.push_back(p);
         LoadParam(p, j);
@@ -797,9 +806,12 @@ void Reader::LoadProperties(Item* owner, std::vector<PropertyItem*>* list, const
         }
         PropertyItem* p = nullptr;
         for (PropertyItem* q : existing)
-            if (q->name == name && q->type == type && std::find(ordered.begin(), ordered.end(), q) == ordered.end())
+            if (q->name == name && q->type == type &&
+                std::find(ordered.begin(), ordered.end(), q) == ordered.end())
                 p = q;
-        if (!p) p = owner->Own(std::make_unique<PropertyItem>(type, name, static_cast<int>(Integer(j, "class", ovPropertyID))));
+        if (!p)
+            p = owner->Own(std::make_unique<PropertyItem>(
+                type, name, static_cast<int>(Integer(j, "class", ovPropertyID))));
         ordered.push_back(p);
         LoadProperty(p, j);
     }
@@ -824,7 +836,8 @@ bool Reader::LoadObjects() {
             continue;
         }
         if (parent < 0 || parent >= static_cast<long>(i)) return Fail(L"an object's parent is missing");
-        Object3D* o = CreateObject(m_objects[static_cast<std::size_t>(parent)], static_cast<int>(cls), type, name);
+        Object3D* o =
+            CreateObject(m_objects[static_cast<std::size_t>(parent)], static_cast<int>(cls), type, name);
         o->name = name;
         m_objects.push_back(o);
     }
@@ -852,8 +865,9 @@ void Reader::LoadDetails(std::size_t index, const json& j) {
     LoadProperties(o, &o->properties, Array(j, "properties"));
     if (const json* prim = Field(j, "primitive")) {
         if (!o->primitive)
-            o->primitive = o->Own(std::make_unique<PropertyItem>(String(*prim, "type"), String(*prim, "name"),
-                                                                 static_cast<int>(Integer(*prim, "class", ovPrimitiveID))));
+            o->primitive = o->Own(
+                std::make_unique<PropertyItem>(String(*prim, "type"), String(*prim, "name"),
+                                               static_cast<int>(Integer(*prim, "class", ovPrimitiveID))));
         LoadProperty(static_cast<PropertyItem*>(o->primitive), *prim);
     }
     if (const json* joint = Field(j, "joint")) {
@@ -861,7 +875,9 @@ void Reader::LoadDetails(std::size_t index, const json& j) {
         if (!ji) ji = o->Own(std::make_unique<JointItem>());
         LoadParams(ji, ji->params, Array(*joint, "params"));
         const long up = Integer(*joint, "upVector", -1);
-        ji->upVector = up >= 0 && up < static_cast<long>(m_objects.size()) ? m_objects[static_cast<std::size_t>(up)]->id : 0;
+        ji->upVector = up >= 0 && up < static_cast<long>(m_objects.size())
+                           ? m_objects[static_cast<std::size_t>(up)]->id
+                           : 0;
     }
     if (Bool(j, "mixer", false) && o->IsModel()) Model(o->Ref()).AddMixer();
     for (const json& p : Array(j, "controlPoints")) {
@@ -1085,8 +1101,9 @@ bool OpenScene(const std::string& path, std::wstring& error) {
         host.scene = std::move(old);
         fresh.reset();
         ++host.scene->revision;
-        error = why == L"not a scene file" ? L"The file \"" + WidePath(path) + L"\" is not a scene file."
-                                            : L"The scene file \"" + WidePath(path) + L"\" cannot be opened: " + why + L".";
+        error = why == L"not a scene file"
+                    ? L"The file \"" + WidePath(path) + L"\" is not a scene file."
+                    : L"The scene file \"" + WidePath(path) + L"\" cannot be opened: " + why + L".";
         return false;
     }
     // The old scene goes as ResetScene drops one: its operators and plug-in properties hear

@@ -85,7 +85,8 @@ TEST_F(Cns, LocalPoseOfAConstrainedObjectIsRelativeToItsParent) {
     CTransformation rebuilt;
     rebuilt.Mul(l, pg);
     EXPECT_TRUE(rebuilt.Equals(g, 1e-9));
-    EXPECT_NEAR(static_cast<double>(follower.GetKinematics().GetGlobal().GetTransform(3.0).GetPosX()), -2.0, 1e-9);
+    EXPECT_NEAR(static_cast<double>(follower.GetKinematics().GetGlobal().GetTransform(3.0).GetPosX()), -2.0,
+                1e-9);
 }
 
 TEST_F(Cns, ConstraintHandlesTellKindAndObjects) {

@@ -88,35 +88,45 @@ std::vector<double> SampleTimes() {
 // Budget: the host's Newton solve and the bisection above both reach the cubic's root to far
 // below 1e-12 of a frame; 1e-9 leaves room for the Bezier's rounding.
 TEST_F(Curve, LinearKeysMatchIndependentEvaluation) {
-    std::vector<RefKey> keys = {{0, 1.5, 2, 0, 0, 0, 0}, {10, -4, 2, 0, 0, 0, 0}, {11.5, 7, 2, 0, 0, 0, 0},
+    std::vector<RefKey> keys = {{0, 1.5, 2, 0, 0, 0, 0},
+                                {10, -4, 2, 0, 0, 0, 0},
+                                {11.5, 7, 2, 0, 0, 0, 0},
                                 {30, 7.25, 2, 0, 0, 0, 0}};
-    for (const RefKey& k : keys) ASSERT_EQ(curve.AddKey(CTime(k.t), CValue(k.v), ovLinearInterpolation), CStatus::OK);
-    for (double t : SampleTimes()) EXPECT_NEAR(static_cast<double>(curve.Eval(CTime(t))), RefEval(keys, t), 1e-9) << t;
+    for (const RefKey& k : keys)
+        ASSERT_EQ(curve.AddKey(CTime(k.t), CValue(k.v), ovLinearInterpolation), CStatus::OK);
+    for (double t : SampleTimes())
+        EXPECT_NEAR(static_cast<double>(curve.Eval(CTime(t))), RefEval(keys, t), 1e-9) << t;
 }
 
 TEST_F(Curve, ConstantKeysHoldTheirValueUntilTheNextKey) {
     std::vector<RefKey> keys = {{2, 3, 1, 0, 0, 0, 0}, {5, -1, 1, 0, 0, 0, 0}, {20, 9, 1, 0, 0, 0, 0}};
     for (const RefKey& k : keys)
         ASSERT_EQ(curve.AddKey(CTime(k.t), CValue(k.v), ovConstantInterpolation), CStatus::OK);
-    for (double t : SampleTimes()) EXPECT_NEAR(static_cast<double>(curve.Eval(CTime(t))), RefEval(keys, t), 1e-9) << t;
+    for (double t : SampleTimes())
+        EXPECT_NEAR(static_cast<double>(curve.Eval(CTime(t))), RefEval(keys, t), 1e-9) << t;
     EXPECT_EQ(static_cast<double>(curve.Eval(CTime(4.999))), 3.0);
     EXPECT_EQ(static_cast<double>(curve.Eval(CTime(5.0))), -1.0);
 }
 
 TEST_F(Curve, BezierKeysWithGivenTangentsMatchIndependentEvaluation) {
-    std::vector<RefKey> keys = {{0, 0, 3, -1, 0, 3, 6},       {10, 5, 3, -2, -1, 4, 2.5},
-                                {14, -3, 3, -1.5, 2, 1, -0.5}, {30, 2, 3, -5, 0, 5, 0}};
+    std::vector<RefKey> keys = {{0, 0, 3, -1, 0, 3, 6},
+                                {10, 5, 3, -2, -1, 4, 2.5},
+                                {14, -3, 3, -1.5, 2, 1, -0.5},
+                                {30, 2, 3, -5, 0, 5, 0}};
     for (const RefKey& k : keys)
-        ASSERT_EQ(curve.AddKey(CTime(k.t), CValue(k.v), ovCubicInterpolation, k.lx, k.ly, k.rx, k.ry), CStatus::OK);
-    for (double t : SampleTimes()) EXPECT_NEAR(static_cast<double>(curve.Eval(CTime(t))), RefEval(keys, t), 1e-9) << t;
+        ASSERT_EQ(curve.AddKey(CTime(k.t), CValue(k.v), ovCubicInterpolation, k.lx, k.ly, k.rx, k.ry),
+                  CStatus::OK);
+    for (double t : SampleTimes())
+        EXPECT_NEAR(static_cast<double>(curve.Eval(CTime(t))), RefEval(keys, t), 1e-9) << t;
 }
 
 TEST_F(Curve, MixedInterpolationsFollowTheKeyThatStartsEachSegment) {
-    std::vector<RefKey> keys = {{0, 0, 1, -1, 0, 1, 0}, {4, 2, 3, -1, 0, 2, 4}, {9, 1, 2, -1, -1, 1, 1},
-                                {12, 6, 3, -1, 0, 1, 0}};
+    std::vector<RefKey> keys = {
+        {0, 0, 1, -1, 0, 1, 0}, {4, 2, 3, -1, 0, 2, 4}, {9, 1, 2, -1, -1, 1, 1}, {12, 6, 3, -1, 0, 1, 0}};
     for (const RefKey& k : keys)
         ASSERT_EQ(curve.AddKey(CTime(k.t), CValue(k.v), k.interp, k.lx, k.ly, k.rx, k.ry), CStatus::OK);
-    for (double t : SampleTimes()) EXPECT_NEAR(static_cast<double>(curve.Eval(CTime(t))), RefEval(keys, t), 1e-9) << t;
+    for (double t : SampleTimes())
+        EXPECT_NEAR(static_cast<double>(curve.Eval(CTime(t))), RefEval(keys, t), 1e-9) << t;
 }
 
 TEST_F(Curve, TangentsAreOffsetsInFramesAndValue) {
@@ -134,7 +144,8 @@ TEST_F(Curve, TangentsAreOffsetsInFramesAndValue) {
 TEST_F(Curve, AutomaticTangentsMakeTwoKeysAStraightLine) {
     ASSERT_EQ(curve.AddKey(CTime(0.0), CValue(0.0)), CStatus::OK);
     ASSERT_EQ(curve.AddKey(CTime(6.0), CValue(3.0)), CStatus::OK);
-    for (double t = 0.0; t <= 6.0; t += 0.5) EXPECT_NEAR(static_cast<double>(curve.Eval(CTime(t))), t * 0.5, 1e-12);
+    for (double t = 0.0; t <= 6.0; t += 0.5)
+        EXPECT_NEAR(static_cast<double>(curve.Eval(CTime(t))), t * 0.5, 1e-12);
     FCurveKey first = curve.GetKeyAtIndex(0);
     EXPECT_NEAR(first.GetRightTanX(), 2.0, 1e-12);
     EXPECT_NEAR(first.GetRightTanY(), 1.0, 1e-12);
@@ -154,14 +165,14 @@ TEST_F(Curve, AutomaticTangentsTakeTheSlopeThroughTheNeighbours) {
 
 TEST_F(Curve, AddKeyWithinToleranceReplacesTheKey) {
     ASSERT_EQ(curve.AddKey(CTime(5.0), CValue(1.0)), CStatus::OK);
-    ASSERT_EQ(curve.AddKey(CTime(5.004), CValue(2.0), ovCubicInterpolation, DBL_MAX, DBL_MAX, DBL_MAX, DBL_MAX, true,
-                           0.01),
+    ASSERT_EQ(curve.AddKey(CTime(5.004), CValue(2.0), ovCubicInterpolation, DBL_MAX, DBL_MAX, DBL_MAX,
+                           DBL_MAX, true, 0.01),
               CStatus::OK);
     EXPECT_EQ(curve.GetNumKeys(), 1);
     EXPECT_EQ(static_cast<double>(curve.GetKeyAtIndex(0).GetValue()), 2.0);
     // Outside the tolerance a new key comes.
-    ASSERT_EQ(curve.AddKey(CTime(5.02), CValue(3.0), ovCubicInterpolation, DBL_MAX, DBL_MAX, DBL_MAX, DBL_MAX, true,
-                           0.01),
+    ASSERT_EQ(curve.AddKey(CTime(5.02), CValue(3.0), ovCubicInterpolation, DBL_MAX, DBL_MAX, DBL_MAX, DBL_MAX,
+                           true, 0.01),
               CStatus::OK);
     EXPECT_EQ(curve.GetNumKeys(), 2);
 }
@@ -265,9 +276,10 @@ TEST_F(Curve, EditBracketsDeferTangentsUntilTheEnd) {
     ASSERT_EQ(curve.EndEdit(), CStatus::OK);
     EXPECT_NE(curve.EndEdit(), CStatus::OK);
     EXPECT_NEAR(curve.GetKeyAtIndex(1).GetRightTanY(), 0.0, 1e-12);
-    EXPECT_NEAR(static_cast<double>(curve.Eval(CTime(2.0))), RefCubic({0, 0, 3, -4.0 / 3, -4.0 / 3, 4.0 / 3, 4.0 / 3},
-                                                                       {4, 4, 3, -4.0 / 3, 0, 4.0 / 3, 0}, 2.0),
-                1e-9);
+    EXPECT_NEAR(
+        static_cast<double>(curve.Eval(CTime(2.0))),
+        RefCubic({0, 0, 3, -4.0 / 3, -4.0 / 3, 4.0 / 3, 4.0 / 3}, {4, 4, 3, -4.0 / 3, 0, 4.0 / 3, 0}, 2.0),
+        1e-9);
 }
 
 TEST_F(Curve, CurveDrivesItsParameterAtEveryTime) {

@@ -29,7 +29,9 @@ protected:
         ASSERT_EQ(c.AddKey(CTime(0.0), CValue(0.0), ovLinearInterpolation), CStatus::OK);
         ASSERT_EQ(c.AddKey(CTime(10.0), CValue(10.0), ovLinearInterpolation), CStatus::OK);
     }
-    static Parameter Local(X3DObject o, const wchar_t* name) { return o.GetKinematics().GetLocal().GetParameter(name); }
+    static Parameter Local(X3DObject o, const wchar_t* name) {
+        return o.GetKinematics().GetLocal().GetParameter(name);
+    }
     static CStatus Run(const wchar_t* command, const CValueArray& args) {
         CValue result;
         return Application().ExecuteCommand(command, args, result);
@@ -50,8 +52,9 @@ protected:
 }  // namespace
 
 TEST_F(Expr, SetExprDrivesAParameterAtEveryTime) {
-    ASSERT_EQ(Run(L"SetExpr", Args(CValue(L"Rig.B.kine.local.posy"), CValue(L"Rig.A.kine.local.posx * 2 + 1"))),
-              CStatus::OK);
+    ASSERT_EQ(
+        Run(L"SetExpr", Args(CValue(L"Rig.B.kine.local.posy"), CValue(L"Rig.A.kine.local.posx * 2 + 1"))),
+        CStatus::OK);
     Parameter posy = Local(B, L"posy");
     for (double t : {0.0, 2.5, 7.0, 10.5})
         EXPECT_NEAR(static_cast<double>(posy.GetValue(t)), std::min(t, 10.0) * 2 + 1, 1e-12) << t;
@@ -71,7 +74,8 @@ TEST_F(Expr, AddExprWithAPathFollowsThatParameter) {
 
 TEST_F(Expr, OneArgumentSetExprClearsTheExpression) {
     ASSERT_EQ(Local(B, L"posz").PutValue(CValue(4.0)), CStatus::OK);
-    ASSERT_EQ(Run(L"SetExpr", Args(CValue(L"Rig.B.kine.local.posz"), CValue(L"Rig.A.kine.local.posx"))), CStatus::OK);
+    ASSERT_EQ(Run(L"SetExpr", Args(CValue(L"Rig.B.kine.local.posz"), CValue(L"Rig.A.kine.local.posx"))),
+              CStatus::OK);
     EXPECT_NEAR(static_cast<double>(Local(B, L"posz").GetValue(6.0)), 6.0, 1e-12);
     ASSERT_EQ(Run(L"SetExpr", Args(CValue(L"Rig.B.kine.local.posz"))), CStatus::OK);
     EXPECT_FALSE(Local(B, L"posz").IsAnimated(ovAnySource));
@@ -98,9 +102,9 @@ TEST_F(Expr, LanguageHasPrecedenceParenthesesAndSigns) {
     const struct {
         const wchar_t* text;
         double value;
-    } cases[] = {{L"1 + 2 * 3", 7.0},     {L"(1 + 2) * 3", 9.0},  {L"10 / 4 - 1", 1.5},  {L"-2 * -3", 6.0},
-                 {L"2.5e1 + .5", 25.5},   {L"+4 - -4", 8.0},      {L"8 / 2 / 2", 2.0},   {L"1 - 2 - 3", -4.0},
-                 {L"((((7))))", 7.0},     {L" 3 ", 3.0}};
+    } cases[] = {{L"1 + 2 * 3", 7.0},   {L"(1 + 2) * 3", 9.0}, {L"10 / 4 - 1", 1.5}, {L"-2 * -3", 6.0},
+                 {L"2.5e1 + .5", 25.5}, {L"+4 - -4", 8.0},     {L"8 / 2 / 2", 2.0},  {L"1 - 2 - 3", -4.0},
+                 {L"((((7))))", 7.0},   {L" 3 ", 3.0}};
     for (const auto& c : cases) {
         ASSERT_EQ(Local(B, L"posx").PutExpression(c.text), CStatus::OK) << c.text;
         EXPECT_NEAR(static_cast<double>(Local(B, L"posx").GetValue(0.0)), c.value, 1e-12) << c.text;
@@ -112,7 +116,8 @@ TEST_F(Expr, MalformedExpressionIsRefusedAndChangesNothing) {
     orvhost::ClearLog();
     CValue result;
     EXPECT_NE(Application().ExecuteCommand(
-                  L"SetExpr", Args(CValue(L"Rig.B.kine.local.posy"), CValue(L"(Rig.A.kine.local.posx + 1")), result),
+                  L"SetExpr", Args(CValue(L"Rig.B.kine.local.posy"), CValue(L"(Rig.A.kine.local.posx + 1")),
+                  result),
               CStatus::OK);
     ASSERT_EQ(orvhost::LogTexts(ovError).size(), 1u);
     EXPECT_EQ(orvhost::LogTexts(ovError)[0],

@@ -86,7 +86,8 @@ TEST_F(Chain, ElementsAreChainElementsWithJointsAndEffector) {
 
 TEST_F(Chain, TwoBoneChainReachesAReachableGoalExactly) {
     MakeArm();
-    for (const CVector3& g : {CVector3(4, 1, 1), CVector3(0.5, -2, 3), CVector3(-3, 0.5, -2), CVector3(2, 2, 0)}) {
+    for (const CVector3& g :
+         {CVector3(4, 1, 1), CVector3(0.5, -2, 3), CVector3(-3, 0.5, -2), CVector3(2, 2, 0)}) {
         MoveTo(goal, g);
         EXPECT_TRUE(End(fore).Equals(g, 1e-12)) << g.x << " " << g.y << " " << g.z;
         EXPECT_TRUE(Pos(fore).Equals(End(upper), 1e-12));
@@ -175,8 +176,7 @@ TEST_F(Chain, ReadAtAFractionalTimeFollowsAnAnimatedGoal) {
     ASSERT_EQ(goal.GetKinematics().GetLocal().GetParameter(L"posy").AddFCurve(20, c), CStatus::OK);
     ASSERT_EQ(c.AddKey(CTime(0.0), CValue(0.0), ovLinearInterpolation), CStatus::OK);
     ASSERT_EQ(c.AddKey(CTime(10.0), CValue(2.0), ovLinearInterpolation), CStatus::OK);
-    for (double t : {0.0, 2.5, 7.75})
-        EXPECT_TRUE(End(fore, t).Equals(CVector3(6, 0.2 * t, 0), 1e-12)) << t;
+    for (double t : {0.0, 2.5, 7.75}) EXPECT_TRUE(End(fore, t).Equals(CVector3(6, 0.2 * t, 0), 1e-12)) << t;
 }
 
 TEST_F(Chain, FKChainTakesItsOwnParameters) {
@@ -192,7 +192,8 @@ TEST_F(Chain, FKChainTakesItsOwnParameters) {
 
 TEST_F(Chain, LongChainReachesAReachableGoalWithinItsTolerance) {
     ChainRoot spine;
-    ASSERT_EQ(root.Add2DChain(CVector3(0, 0, 0), CVector3(0, 2, 0), CVector3(0, 0, 1), L"Tail", spine), CStatus::OK);
+    ASSERT_EQ(root.Add2DChain(CVector3(0, 0, 0), CVector3(0, 2, 0), CVector3(0, 0, 1), L"Tail", spine),
+              CStatus::OK);
     ChainBone b;
     ASSERT_EQ(spine.AddBone(CVector3(0, 3.5, 0), L"T2", b), CStatus::OK);
     ASSERT_EQ(spine.AddBone(CVector3(0, 6, 0), L"T3", b), CStatus::OK);
@@ -206,7 +207,8 @@ TEST_F(Chain, LongChainReachesAReachableGoalWithinItsTolerance) {
     Constraint c;
     ASSERT_EQ(spine.GetEffector().GetKinematics().AddConstraint(L"Position", g, c), CStatus::OK);
     ASSERT_EQ(ChainBone(bones[0]).GetJoint().PutUpVectorReference(u), CStatus::OK);
-    for (const CVector3& target : {CVector3(3, 4, 0), CVector3(-2, 1, 2), CVector3(0, 6.9, 0), CVector3(1, 1, 1)}) {
+    for (const CVector3& target :
+         {CVector3(3, 4, 0), CVector3(-2, 1, 2), CVector3(0, 6.9, 0), CVector3(1, 1, 1)}) {
         MoveTo(g, target);
         EXPECT_LE((End(ChainBone(bones[3])) - target).GetLength(), 1e-4 * total);
         // Joints stay linked, bones keep their lengths, and all lie in the plane through the
@@ -254,7 +256,8 @@ TEST_F(Chain, GetSkeletonOfAnObjectOutsideAChainIsRefused) {
 
 TEST_F(Chain, DegenerateChainIsRefused) {
     ChainRoot r;
-    EXPECT_NE(root.Add2DChain(CVector3(1, 1, 1), CVector3(1, 1, 1), CVector3(0, 1, 0), L"Bad", r), CStatus::OK);
+    EXPECT_NE(root.Add2DChain(CVector3(1, 1, 1), CVector3(1, 1, 1), CVector3(0, 1, 0), L"Bad", r),
+              CStatus::OK);
     EXPECT_FALSE(r.IsValid());
 }
 

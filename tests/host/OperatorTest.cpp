@@ -1,7 +1,6 @@
 // Custom operators of a plug-in: creation, ports, evaluation order, cycles, caching, user data,
 // deletion; and a scene with operators, a blob and a grid reopened in a new process.
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -274,7 +273,8 @@ TEST_F(Op, OperatorDrivesAnIKGoal) {
     Null reach = rigs::AddNullAt(rig, L"Reach", CVector3(4, 15, 1));
     Make(L"FollowOp", Global(b.leftArm.goal), {Global(reach)});
     CVector3 end;
-    end.MulByTransformation(CVector3(b.leftArm.lower.GetLength(), 0, 0), Global(b.leftArm.lower).GetTransform(2.0));
+    end.MulByTransformation(CVector3(b.leftArm.lower.GetLength(), 0, 0),
+                            Global(b.leftArm.lower).GetTransform(2.0));
     EXPECT_TRUE(end.Equals(CVector3(4, 15, 1), 1e-9));
 }
 
@@ -284,22 +284,23 @@ TEST_F(Op, NewSceneEndsTheOperatorsAndTellsThePlugIns) {
     Make(L"FollowOp", Global(target), {Global(source)});
     Pos(target, 1.0);
     orvhost::NewScene();
-    EXPECT_EQ(orvhost::LogTexts(ovInfo),
-              (std::vector<std::wstring>{L"FollowOp_Init", L"FollowOp_Term 1", L"Test plug-in heard a new scene."}));
+    EXPECT_EQ(orvhost::LogTexts(ovInfo), (std::vector<std::wstring>{L"FollowOp_Init", L"FollowOp_Term 1",
+                                                                    L"Test plug-in heard a new scene."}));
 }
 
 TEST_F(Op, OpenedSceneStartsItsOperatorsAndTellsThePlugIns) {
     std::wstring error;
     ASSERT_TRUE(orvhost::LoadPlugin(ORV_TESTPLUGIN_PATH, error)) << Narrow(error);
     Make(L"FollowOp", Global(target), {Global(source)});
-    const std::string path = std::string(::testing::TempDir()) + "orvscene_open_" + std::to_string(::getpid());
+    const std::string path =
+        std::string(::testing::TempDir()) + "orvscene_open_" + std::to_string(::getpid());
     ASSERT_TRUE(orvhost::SaveScene(path, error)) << Narrow(error);
     orvhost::ClearLog();
     ASSERT_TRUE(orvhost::OpenScene(path, error)) << Narrow(error);
     std::remove(path.c_str());
     // The old scene's operator ends, the new one starts, then the plug-ins hear of it.
     EXPECT_EQ(orvhost::LogTexts(ovInfo), (std::vector<std::wstring>{L"FollowOp_Init", L"FollowOp_Term 0",
-                                                                     L"Test plug-in heard an opened scene."}));
+                                                                    L"Test plug-in heard an opened scene."}));
     X3DObject t(CRef::FromPath(L"Rig.Target"));
     EXPECT_TRUE(Pos(t, 4.0).Equals(CVector3(4, 2, 3), 1e-12));
 }
@@ -316,7 +317,7 @@ std::string Dump(double t) {
         X3DObject o(all[i]);
         const CTransformation g = o.GetKinematics().GetGlobal().GetTransform(t);
         const CQuaternion q = g.GetRotationQuaternion();
-        const double v[10] = {g.GetPosX(), g.GetPosY(), g.GetPosZ(), q.w, q.x, q.y, q.z,
+        const double v[10] = {g.GetPosX(),      g.GetPosY(),      g.GetPosZ(),     q.w, q.x, q.y, q.z,
                               g.GetScaling().x, g.GetScaling().y, g.GetScaling().z};
         out += o.GetName().GetAsciiString();
         for (double d : v) {
@@ -382,11 +383,14 @@ TEST_F(Op, SceneWithOperatorsBlobAndGridReopensInANewProcessWithTheSameTransform
     // The operators did their work: the left goal sits at blob * 2 + (0, t / 2, 0), and the
     // left hand on it.
     X3DObject goal(CRef::FromPath(L"Hero.LeftArmGoal"));
-    EXPECT_TRUE(goal.GetKinematics().GetGlobal().GetTransform(10.5).GetTranslation().Equals(CVector3(2, 9.25, 6), 1e-12));
+    EXPECT_TRUE(goal.GetKinematics().GetGlobal().GetTransform(10.5).GetTranslation().Equals(
+        CVector3(2, 9.25, 6), 1e-12));
     X3DObject right(CRef::FromPath(L"Hero.RightArmGoal"));
-    EXPECT_TRUE(right.GetKinematics().GetGlobal().GetTransform(10.0).GetTranslation().Equals(CVector3(2, 9, 6), 1e-12));
+    EXPECT_TRUE(right.GetKinematics().GetGlobal().GetTransform(10.0).GetTranslation().Equals(
+        CVector3(2, 9, 6), 1e-12));
 
-    const std::string base = std::string(::testing::TempDir()) + "orvscene_child_" + std::to_string(::getpid());
+    const std::string base =
+        std::string(::testing::TempDir()) + "orvscene_child_" + std::to_string(::getpid());
     const std::string scenePath = base + ".orvscene", outPath = base + ".txt";
     std::wstring error;
     ASSERT_TRUE(orvhost::SaveScene(scenePath, error)) << Narrow(error);
@@ -394,10 +398,10 @@ TEST_F(Op, SceneWithOperatorsBlobAndGridReopensInANewProcessWithTheSameTransform
     const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
     ASSERT_GT(n, 0);
     self[n] = '\0';
-    const std::string command = "ORV_CHILD_SCENE='" + scenePath + "' ORV_CHILD_OUT='" + outPath + "' '" +
-                                std::string(self) +
-                                "' --gtest_filter=Op.SceneWithOperatorsBlobAndGridReopensInANewProcessWithTheSameTransforms"
-                                " > /dev/null 2>&1";
+    const std::string command =
+        "ORV_CHILD_SCENE='" + scenePath + "' ORV_CHILD_OUT='" + outPath + "' '" + std::string(self) +
+        "' --gtest_filter=Op.SceneWithOperatorsBlobAndGridReopensInANewProcessWithTheSameTransforms"
+        " > /dev/null 2>&1";
     EXPECT_EQ(std::system(command.c_str()), 0);
     std::ifstream in(outPath, std::ios::binary);
     std::stringstream got;

@@ -13,9 +13,9 @@
 // Left is +X. Moving a goal moves the end of its limb; moving Hips leaves the feet planted.
 #pragma once
 
-#include <string>
-
 #include <orv/ORV.h>
+
+#include <string>
 
 namespace rigs {
 
@@ -84,8 +84,9 @@ inline IKBiped BuildIKBiped(ORV::X3DObject parent, const wchar_t* name = L"Biped
                                 CVector3(-1, 1, 0), CVector3(1, 0, 0), CVector3(-1, 5.5, 4));
     b.leftArm = AddTwoBoneLimb(b.chest, b.model, L"LeftArm", CVector3(2, 14.5, 0), CVector3(4.5, 14.5, -0.3),
                                CVector3(7, 14.5, 0), CVector3(0, 1, 0), CVector3(4.5, 14.5, -4));
-    b.rightArm = AddTwoBoneLimb(b.chest, b.model, L"RightArm", CVector3(-2, 14.5, 0), CVector3(-4.5, 14.5, -0.3),
-                                CVector3(-7, 14.5, 0), CVector3(0, 1, 0), CVector3(-4.5, 14.5, -4));
+    b.rightArm =
+        AddTwoBoneLimb(b.chest, b.model, L"RightArm", CVector3(-2, 14.5, 0), CVector3(-4.5, 14.5, -0.3),
+                       CVector3(-7, 14.5, 0), CVector3(0, 1, 0), CVector3(-4.5, 14.5, -4));
     return b;
 }
 

@@ -1,10 +1,10 @@
 // Scene files: what survives a save and an open, byte-identical saves, bad files.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
 #include <sstream>
-#include <unistd.h>
 
 #include "HostTesting.h"
 #include "host/RigBuilders.h"
@@ -87,8 +87,8 @@ void BuildScene() {
     CustomProperty cp;
     b.model.AddCustomProperty(L"Data", false, cp);
     Parameter p;
-    cp.AddParameter(L"Count", ovInt4, ovPersistable, L"Count", L"how many", CValue(3), CValue(0), CValue(10), CValue(0),
-                    CValue(5), p);
+    cp.AddParameter(L"Count", ovInt4, ovPersistable, L"Count", L"how many", CValue(3), CValue(0), CValue(10),
+                    CValue(0), CValue(5), p);
     cp.AddParameter(L"Name", ovString, ovPersistable, L"", L"", CValue(L"h\u00e9ros"), p);
     cp.AddParameter(L"On", ovBool, ovPersistable, L"", L"", CValue(true), p);
     cp.AddParameter(L"Scale", ovDouble, ovPersistable | ovAnimatable, L"", L"", CValue(0.1), p);
@@ -112,7 +112,8 @@ void BuildScene() {
     for (int i = 0; i < 257; ++i) bytes[i] = static_cast<unsigned char>((i * 37) & 0xFF);
     blob.PutValue(bytes, sizeof bytes);
     // A scripted operator with two port groups, as connection lines make them.
-    CustomOperator op(Application().GetFactory().CreateScriptedOp(L"ConnectionLine", L"var x = 1;\n", L"JScript"));
+    CustomOperator op(
+        Application().GetFactory().CreateScriptedOp(L"ConnectionLine", L"var x = 1;\n", L"JScript"));
     op.AddPortGroup(L"MainGroup", 1, 1, L"", L"", 0);
     op.AddOutputPort(b.head.GetKinematics().GetLocal(), L"OutCurve", -1, -1, 0);
     op.AddInputPort(b.head.GetKinematics().GetGlobal(), L"InLineGlobal", -1, -1, 0);
@@ -229,15 +230,17 @@ TEST_F(SceneFile, ScriptedOperatorKeepsItsCodeAndPorts) {
     ASSERT_EQ(op.GetPortGroups().GetCount(), 2);
     EXPECT_EQ(PortGroup(op.GetPortGroups()[1]).GetIndex(), 1);
     ASSERT_EQ(op.GetInputPorts().GetCount(), 2);
-    EXPECT_EQ(Port(op.GetInputPorts()[1]).GetTarget(), Find(L"Hero.Hips").GetKinematics().GetGlobal().GetRef());
+    EXPECT_EQ(Port(op.GetInputPorts()[1]).GetTarget(),
+              Find(L"Hero.Hips").GetKinematics().GetGlobal().GetRef());
     ASSERT_EQ(op.GetOutputPorts().GetCount(), 1);
     EXPECT_EQ(Port(op.GetOutputPorts()[0]).GetName(), CString(L"OutCurve"));
 }
 
 TEST_F(SceneFile, ReopenedSceneEvaluatesToTheSameTransforms) {
     BuildScene();
-    const wchar_t* objects[] = {L"Hero.Hips",         L"Hero.Neck",      L"Hero.Head",         L"Hero.LeftLegBone",
-                                L"Hero.LeftLegLower", L"Hero.RightArmBone", L"Hero.RightArmLower", L"Hero.LeftLegGoal"};
+    const wchar_t* objects[] = {L"Hero.Hips",          L"Hero.Neck",         L"Hero.Head",
+                                L"Hero.LeftLegBone",   L"Hero.LeftLegLower", L"Hero.RightArmBone",
+                                L"Hero.RightArmLower", L"Hero.LeftLegGoal"};
     std::vector<CTransformation> before;
     for (double t : {0.0, 10.0, 10.5})
         for (const wchar_t* o : objects) before.push_back(Global(o, t));
@@ -261,7 +264,8 @@ TEST_F(SceneFile, MissingFileKeepsTheSceneAndSaysWhy) {
     const std::string path = TempPath("missing.orvscene");
     std::wstring error;
     EXPECT_FALSE(orvhost::OpenScene(path, error));
-    EXPECT_EQ(error, L"Cannot read the scene file \"" + std::wstring(CString(path.c_str()).GetWideString()) + L"\".");
+    EXPECT_EQ(error, L"Cannot read the scene file \"" + std::wstring(CString(path.c_str()).GetWideString()) +
+                         L"\".");
     EXPECT_TRUE(n.IsValid());
 }
 
@@ -272,7 +276,8 @@ TEST_F(SceneFile, FileThatIsNotJsonIsRefused) {
     ASSERT_EQ(Application().GetActiveSceneRoot().AddNull(L"Keep", n), CStatus::OK);
     std::wstring error;
     EXPECT_FALSE(orvhost::OpenScene(path, error));
-    EXPECT_EQ(error, L"The file \"" + std::wstring(CString(path.c_str()).GetWideString()) + L"\" is not a scene file.");
+    EXPECT_EQ(error, L"The file \"" + std::wstring(CString(path.c_str()).GetWideString()) +
+                         L"\" is not a scene file.");
     EXPECT_TRUE(n.IsValid());
 }
 
@@ -319,7 +324,8 @@ TEST_F(SceneFile, NotANumberSurvives) {
     CustomProperty cp;
     ASSERT_EQ(Application().GetActiveSceneRoot().AddCustomProperty(L"Odd", false, cp), CStatus::OK);
     Parameter p;
-    ASSERT_EQ(cp.AddParameter(L"Nan", ovDouble, ovPersistable, L"", L"", CValue(std::nan("")), p), CStatus::OK);
+    ASSERT_EQ(cp.AddParameter(L"Nan", ovDouble, ovPersistable, L"", L"", CValue(std::nan("")), p),
+              CStatus::OK);
     ASSERT_EQ(cp.AddParameter(L"Inf", ovDouble, ovPersistable, L"", L"", CValue(-HUGE_VAL), p), CStatus::OK);
     const std::string path = Path("nan.orvscene");
     Save(path);

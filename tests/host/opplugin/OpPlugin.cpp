@@ -10,9 +10,9 @@
 //             0.5 * time along Y, and the rotation of input 2 (a kinematic state), if any.
 // It registers nothing else (no command, no scene event), so that loading it beside the
 // host's test plug-in changes nothing that plug-in's tests count.
-#include <cstring>
-
 #include <orv/ORV.h>
+
+#include <cstring>
 
 #define OP_EXPORT extern "C" __attribute__((visibility("default")))
 
