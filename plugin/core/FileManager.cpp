@@ -167,7 +167,7 @@ bool FileManager::userSelectFileOfType(FileType type, const ORV::CString& title,
     // 3. Its layout: one combo box.
     ORV::PPGLayout layout = page.GetPPGLayout();
     layout.Clear();
-    layout.AddEnumControl(L"File", items, L"File", ORV::CString(ORV::CValue(ORV::ovControlCombo)));
+    layout.AddEnumControl(L"File", items, L"File", L"Combo");  // ovControlCombo
 
     // 4. Shown modally; 5. read back on OK, removed in every case.
     const bool accepted = Util::inspectObj(ORV::CValue(page.GetRef()), L"", title, ORV::CValue(4), true);

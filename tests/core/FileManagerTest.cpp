@@ -286,10 +286,26 @@ TEST_F(FileManagerTest, UserSelectFileOfTypeGivesTheChosenValueOnOk) {
         EXPECT_NE(ORV::Property(properties[i]).GetName().std(), L"Pick Template");
 }
 
+TEST_F(FileManagerTest, UserSelectFileOfTypeGivesWhatTheUserPicked) {
+    put(user, "TagTemplates/", "hands.tagt");
+    put(factory, "TagTemplates/", "feet.tagt");
+    orvhost::NewScene();
+    orvhost::ClearAnswers();
+    const std::size_t asked = orvhost::Questions().size();
+    orvhost::QueueAnswer(ORV::CValue(L"File=hands"));  // the user picks, then presses OK
+    ORV::CString file;
+    ASSERT_TRUE(
+        FileManager::userSelectFileOfType(FileManager::TAG_TEMPLATE_FILE, L"Pick Template", L"feet", file));
+    EXPECT_EQ(file.std(), L"hands");
+    ASSERT_EQ(orvhost::Questions().size(), asked + 1);
+    EXPECT_EQ(orvhost::Questions().back(), L"InspectObj: Pick Template");
+}
+
 TEST_F(FileManagerTest, UserSelectFileOfTypeFailsOnCancelAndRemovesThePage) {
     orvhost::NewScene();
     orvhost::ClearAnswers();
     orvhost::QueueAnswer(ORV::CValue(false));
+    orvhost::ClearLog();
     ORV::CString file(L"unchanged");
     EXPECT_FALSE(
         FileManager::userSelectFileOfType(FileManager::STRUCTURE_FILE, L"Pick Structure", L"", file));
@@ -297,4 +313,6 @@ TEST_F(FileManagerTest, UserSelectFileOfTypeFailsOnCancelAndRemovesThePage) {
     const ORV::CRefArray properties = ORV::Application().GetActiveSceneRoot().GetProperties();
     for (long i = 0; i < properties.GetCount(); ++i)
         EXPECT_NE(ORV::Property(properties[i]).GetName().std(), L"Pick Structure");
+    EXPECT_TRUE(orvhost::LogTexts(ORV::ovWarning).empty());
+    EXPECT_TRUE(orvhost::LogTexts(ORV::ovError).empty());
 }
