@@ -255,3 +255,39 @@ TEST(StreamFuzz, PreferencesFileReadersTakeGarbage) {
     }
     orvhost::SetInstallationPath(1, saved);
 }
+
+TEST(StreamFuzz, ParameterSetReadersTakeRandomTemplates) {
+    TempDir dir;
+    std::mt19937 engine(8);
+    orvhost::NewScene();
+    ORV::CustomProperty target;
+    ORV::Application().GetActiveSceneRoot().AddCustomProperty(L"Fuzz", false, target);
+    ORV::Parameter p;
+    target.AddParameter(L"Gain", ORV::ovDouble, ORV::ovPersistable, L"Gain", L"", ORV::CValue(1.0), p);
+    static const char* const names[] = {"DataType", "Capabilities", "Name", "Description", "DefaultValue"};
+    static const char* const types[] = {"ovInt4", "ovFloat", "ovDouble", "ovString", "ovBool", "3", ""};
+    static const char* const values[] = {"1", "-2.5", "abc", "", "1e999", "nan", "99999999999"};
+    for (int round = 0; round < 60; ++round) {
+        std::string xml = "<?xml version=\"1.0\"?><ROOT><SET>";
+        const int elements = static_cast<int>(engine() % 5);
+        for (int e = 0; e < elements; ++e) {
+            xml += "<P" + std::to_string(round) + "_" + std::to_string(e);
+            for (const char* name : names) {
+                if (engine() % 5 == 0) continue;  // now and then an attribute is missing
+                const char* value =
+                    std::string(name) == "DataType" ? types[engine() % 7] : values[engine() % 7];
+                xml += std::string(" ") + name + "=\"" + value + "\"";
+            }
+            xml += ">" + std::string(values[engine() % 7]) + "</P" + std::to_string(round) + "_" +
+                   std::to_string(e) + ">";
+        }
+        xml += "<Gain>" + std::string(values[engine() % 7]) + "</Gain></SET></ROOT>";
+        writeFile(dir.file("t.xml"), xml);
+        XMLFileStream in(dir.wfile("t.xml"), true, false);
+        ASSERT_NE(in.document, nullptr) << xml;
+        xercesc::DOMElement* set = in.FindElement(in.document->getDocumentElement(), L"SET");
+        EXPECT_TRUE(in.ReadParameterSet(target, set));
+        const bool complete = in.CreateParameterSet(target, set);
+        EXPECT_EQ(complete, in.errors.GetCount() == 0);
+    }
+}

@@ -505,6 +505,19 @@ TEST_F(XMLFileStreamTest, DefaultStreamIsTROVOIniInTheUserLocation) {
     orvhost::SetInstallationPath(1, saved);
 }
 
+TEST_F(XMLFileStreamTest, DefaultStreamWithoutAUserLocationKeepsNothing) {
+    const std::wstring saved = ORV::Application().GetInstallationPath(1).std();
+    orvhost::SetInstallationPath(1, L"");
+    {
+        XMLFileStream settings;
+        EXPECT_EQ(settings.document, nullptr);
+        EXPECT_EQ(settings.getINIValue(L"PANEL", L"Last", L"fallback").std(), L"fallback");
+        EXPECT_FALSE(settings.setINIValue(L"PANEL", L"Last", L"value"));
+    }
+    EXPECT_TRUE(newQuestions().empty());
+    orvhost::SetInstallationPath(1, saved);
+}
+
 // A settings document written here is read by a second process: the test binary itself, run
 // on the child test below with the file's path in its environment.
 TEST_F(XMLFileStreamTest, SettingsWrittenByOneProcessAreReadByAnother) {
