@@ -100,6 +100,14 @@ XMLFileStream::XMLFileStream() {
 XMLFileStream::XMLFileStream(ORV::CString path, bool read, bool write) { Init(path, read, write); }
 
 void XMLFileStream::Init(ORV::CString filePath, bool read, bool write) {
+    // A stream opened again lets go of its old document unwritten.
+    if (parser) {
+        delete parser;
+        parser = nullptr;
+    } else if (document) {
+        document->release();
+    }
+    document = nullptr;
     path = filePath;
     readErrorsShown = read;
     writeOnClose = write;

@@ -210,6 +210,17 @@ TEST_F(XMLFileStreamTest, NestedStreamsEachPairTheirPlatformUse) {
     EXPECT_EQ(outer.readElementValue(e).std(), L"v");
 }
 
+TEST_F(XMLFileStreamTest, InitAgainOpensAnotherFileAndDropsTheOldDocument) {
+    writeFile(dir.file("second.xml"), "<ROOT><SECOND/></ROOT>");
+    XMLFileStream stream(dir.wfile("first.xml"), false, true);
+    stream.WriteElement(stream.document->getDocumentElement(), L"FIRST");
+    stream.Init(dir.wfile("second.xml"), true, false);
+    ASSERT_NE(stream.document, nullptr);
+    EXPECT_NE(stream.FindElement(stream.document->getDocumentElement(), L"SECOND"), nullptr);
+    EXPECT_EQ(stream.FindElement(stream.document->getDocumentElement(), L"FIRST"), nullptr);
+    EXPECT_FALSE(stream.writeOnClose);
+}
+
 // ---- Navigation and element values
 
 TEST_F(XMLFileStreamTest, ChildElementsCountOnlyElements) {
