@@ -157,8 +157,7 @@ bool FileManager::userSelectFileOfType(FileType type, const ORV::CString& title,
     // 2. A temporary page on the scene root with one string parameter.
     ORV::Application app;
     ORV::Model root = app.GetActiveSceneRoot();
-    ORV::CustomProperty page;
-    root.AddCustomProperty(title, false, page);
+    ORV::CustomProperty page(root.AddProperty(L"Custom_parameter_list", false, title).GetRef());
     if (!page.IsValid()) return false;
     ORV::Parameter parameter;
     page.AddParameter(L"File", ORV::ovString, ORV::ovPersistable, L"", L"", ORV::CValue(defaultValue),
