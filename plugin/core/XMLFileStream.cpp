@@ -57,9 +57,8 @@ ORV::CString numberText(double value) { return ORV::CValue(value).GetAsText(); }
 
 ORV::CString intText(int value) { return ORV::CValue(value).GetAsText(); }
 
-ORV::CString vectorText(const ORV::MATH::CVector3& v) {
-    return numberText(v.GetX()) + L"," + numberText(v.GetY()) + L"," + numberText(v.GetZ());
-}
+// The host's text of a vector is "x,y,z", each number in its round-trip form.
+ORV::CString vectorText(const ORV::MATH::CVector3& v) { return ORV::CValue(v).GetAsText(); }
 
 ORV::CString rotationText(const ORV::MATH::CRotation& r) {
     double angle = 0.0;

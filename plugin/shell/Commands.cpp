@@ -53,8 +53,9 @@ bool toBool(const ORV::CValue& value) {
 
 // The command's arguments, in the order in which _Init declared them.
 ORV::CValueArray arguments(ORV::Context& ctxt) {
-    ORV::CValue value = ctxt.GetAttribute(L"Arguments");
-    return static_cast<ORV::CValueArray&>(value);
+    const ORV::CValue value = ctxt.GetAttribute(L"Arguments");
+    const ORV::CValueArray& args = value;
+    return args;
 }
 
 void putReturn(ORV::Context& ctxt, const ORV::CValue& value) {
@@ -437,7 +438,7 @@ extern "C" ORV::CStatus RemoveAllTrovoPropsAndOps_Init(ORV::CRef& in_ctxt) {
     ORV::Context ctxt(in_ctxt);
     ORV::Command command(ctxt.GetSource());
     // This command has no return value; it carries the host's flag 0x800000 instead.
-    command.SetFlag(0x800000, true);
+    command.SetFlag(ORV::ovNoLogging, true);
     ORV::ArgumentArray args = command.GetArguments();
     args.Add(L"model", ORV::CValue());
     return ORV::CStatus::OK;

@@ -12,13 +12,12 @@
 namespace ZUK {
 
 void GooseAnyRetargetedModels() {
-    const int kModelClassId = 74;
     ORV::Application app;
     ORV::CStringArray families;
-    families.Add(ORV::ov3DObjectFamily);
+    families.Add(ov3DObjectFamily);
     ORV::CRefArray objects = app.GetActiveSceneRoot().FindChildren(L"", L"", families, true);
     for (long i = 0; i < objects.GetCount(); ++i) {
-        if (!objects[i].IsA(kModelClassId)) {
+        if (!objects[i].IsA(ORV::ovModelID)) {
             continue;
         }
         ORV::Model model(objects[i]);

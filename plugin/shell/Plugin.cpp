@@ -6,9 +6,6 @@
 
 namespace {
 
-// The host's anchor for the animation menus.
-const int kAnimationMenuAnchor = 218;
-
 const wchar_t* const kCommands[] = {
     L"Retarget",
     L"RetargetBVH",
@@ -66,7 +63,7 @@ extern "C" ORV::CStatus ORVLoadPlugin(ORV::PluginRegistrar& in_reg) {
     }
 
     for (const wchar_t* menu : kMenus) {
-        in_reg.RegisterMenu(kAnimationMenuAnchor, menu, false, false);
+        in_reg.RegisterMenu(ORV::ovMenuTbAnimateActionsStoreID, menu, false, false);
     }
 
     for (const wchar_t* op : kOperators) {

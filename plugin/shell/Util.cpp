@@ -12,17 +12,9 @@ ORV::Application app;
 // The host's marker for "the current time" in every time argument.
 const double kNow = DBL_MAX;
 
-// Class ids of the host.
-const int kModelClassId = 74;
-const int kFCurveClassId = 31;
-const int kCustomOperatorClassId = 128;
-
-// Button id of "No" in the host's message boxes.
-const long kNoButton = 7;
-
 ORV::CStringArray threeDFamily() {
     ORV::CStringArray families;
-    families.Add(ORV::ov3DObjectFamily);
+    families.Add(ov3DObjectFamily);
     return families;
 }
 
@@ -42,11 +34,10 @@ ORV::CStatus run(const ORV::CString& command, ORV::CValueArray& args) {
 
 // The model a selected item stands for: the item itself when it is a model, else its model.
 ORV::Model modelOfItem(const ORV::CRef& item) {
-    ORV::ProjectItem projectItem(item);
-    if (projectItem.GetType() == L"#model") {
+    if (ORV::OVObject(item).GetType() == L"#model") {
         return ORV::Model(item);
     }
-    return projectItem.GetModel();
+    return ORV::ProjectItem(item).GetModel();
 }
 
 bool containsRef(const ORV::CRefArray& array, const ORV::CRef& ref) {
@@ -72,7 +63,7 @@ ORV::Model getSingleModel() {
     ORV::CRefArray objects = allObjectsUnder(root);
     ORV::CRefArray models;
     for (long i = 0; i < objects.GetCount(); ++i) {
-        if (objects[i].IsA(kModelClassId) && ORV::Model(objects[i]) != root) {
+        if (objects[i].IsA(ORV::ovModelID) && ORV::Model(objects[i]) != root) {
             models.Add(objects[i]);
         }
     }
@@ -85,7 +76,7 @@ ORV::Model getSingleModel() {
         return ORV::Model();
     }
     ORV::CRef item = selection[0];
-    bool itemIsModel = ORV::ProjectItem(item).GetType() == L"#model";
+    bool itemIsModel = ORV::OVObject(item).GetType() == L"#model";
     ORV::Model candidate = modelOfItem(item);
     // A selected root comes back as itself, an object under the root as nothing: kept so.
     if (candidate == root && !itemIsModel) {
@@ -114,11 +105,11 @@ void getSelectedModels(ORV::CRefArray& models, const ORV::CString& propertyName,
     ORV::Model root = app.GetActiveSceneRoot();
     ORV::CRefArray objects = allObjectsUnder(root);
     for (long i = 0; i < objects.GetCount(); ++i) {
-        if (!objects[i].IsA(kModelClassId)) {
+        if (!objects[i].IsA(ORV::ovModelID)) {
             continue;
         }
         ORV::Model model(objects[i]);
-        if (ORV::X3DObject(model.GetParent()) == root && hasProperty(model, propertyName)) {
+        if (model.GetParent() == root.GetRef() && hasProperty(model, propertyName)) {
             models.Add(objects[i]);
         }
     }
@@ -158,11 +149,11 @@ ORV::Model findModel(ORV::CString name) {
     ORV::Model root = app.GetActiveSceneRoot();
     ORV::CRefArray objects = allObjectsUnder(root);
     for (long i = 0; i < objects.GetCount(); ++i) {
-        if (!objects[i].IsA(kModelClassId)) {
+        if (!objects[i].IsA(ORV::ovModelID)) {
             continue;
         }
         ORV::Model model(objects[i]);
-        if (ORV::X3DObject(model.GetParent()) == root && model.GetName() == name) {
+        if (model.GetParent() == root.GetRef() && model.GetName() == name) {
             return model;
         }
     }
@@ -188,13 +179,10 @@ bool findCustomOp(ORV::CString objectPath, ORV::CString operatorName, ORV::Custo
     args.Add(objectPath);
     ORV::CValue result;
     run(L"EnumElements", args, result);
-    if (result.m_t != ORV::CValue::siArray) {
-        return false;
-    }
-    ORV::CValueArray& elements = result;
+    const ORV::CValueArray& elements = result;
     for (long i = 0; i < elements.GetCount(); ++i) {
         ORV::CRef ref = elements[i];
-        if (!ref.IsA(kCustomOperatorClassId)) {
+        if (!ref.IsA(ORV::ovCustomOperatorID)) {
             continue;
         }
         ORV::CustomOperator candidate(ref);
@@ -307,13 +295,11 @@ void clearAnim(ORV::Model model) {
         enumArgs.Add(model.GetName() + L".Mixer.AnimTracks");
         ORV::CValue tracks;
         run(L"EnumElements", enumArgs, tracks);
-        if (tracks.m_t == ORV::CValue::siArray) {
-            ORV::CValueArray& elements = tracks;
-            for (long i = 0; i < elements.GetCount(); ++i) {
-                ORV::CValueArray del;
-                del.Add(elements[i]);
-                run(L"DeleteObj", del);
-            }
+        const ORV::CValueArray& elements = tracks;
+        for (long i = 0; i < elements.GetCount(); ++i) {
+            ORV::CValueArray del;
+            del.Add(elements[i]);
+            run(L"DeleteObj", del);
         }
     }
 
@@ -400,21 +386,21 @@ bool inspectObj(const ORV::CValue& object, const ORV::CString& keywords, const O
 long alert(const ORV::CString& text) {
     app.LogMessage(text, 4);
     long result = 0;
-    app.GetUIToolkit().MsgBox(text, 48, L"ZUKRetarget", result);
+    app.GetUIToolkit().MsgBox(text, ORV::ovMsgExclamation, L"ZUKRetarget", result);
     return result;
 }
 
 bool QueryYesNo(const ORV::CString& text) {
     long result = 0;
-    app.GetUIToolkit().MsgBox(text, 36, L"ZUKRetarget", result);
-    return result != kNoButton;
+    app.GetUIToolkit().MsgBox(text, ORV::ovMsgYesNo | ORV::ovMsgQuestion, L"ZUKRetarget", result);
+    return result != ORV::ovMsgNo;
 }
 
 ORV::CString fileBrowser(const ORV::CString& filter, const ORV::CString& title, const ORV::CString& directory,
                          bool open) {
     ORV::CComAPIHandler toolkit;
     toolkit.CreateInstance(L"ORV.UIToolkit");
-    ORV::CComAPIHandler browser = toolkit.GetProperty(L"FileBrowser");
+    ORV::CComAPIHandler browser(toolkit.GetProperty(L"FileBrowser"));
     browser.PutProperty(L"Filter", filter);
     browser.PutProperty(L"DialogTitle", title);
     browser.PutProperty(L"InitialDirectory", directory);
@@ -443,7 +429,7 @@ void findStartEnd(ORV::X3DObject object, int& start, int& end) {
     ORV::CRefArray parameters = object.GetAnimatedParameters(ORV::ovAnySource, true);
     for (long i = 0; i < parameters.GetCount(); ++i) {
         ORV::CRef source = ORV::Parameter(parameters[i]).GetSource();
-        if (!source.IsA(kFCurveClassId)) {
+        if (!source.IsA(ORV::ovFCurveID)) {
             continue;
         }
         ORV::FCurve curve(source);
@@ -484,7 +470,7 @@ void extractNeutralPose(ORV::X3DObject node, ORV::MATH::CTransformation& pose) {
     pose.SetRotationFromXYZAnglesValues(static_cast<double>(local.GetParameterValue(L"nrotx", kNow)) * toRadians,
                                         static_cast<double>(local.GetParameterValue(L"nroty", kNow)) * toRadians,
                                         static_cast<double>(local.GetParameterValue(L"nrotz", kNow)) * toRadians,
-                                        static_cast<ORV::MATH::CRotation::RotationOrder>(order));
+                                        static_cast<ORV::MATH::RotationOrder>(order));
 }
 
 void ForceGlobalEvaluationOnAllNodes(ORV::Model model) {
@@ -500,24 +486,15 @@ void ForceGlobalEvaluationOnAllNodes(ORV::Model model) {
 
 ORV::X3DObject drawLine(ORV::X3DObject parent, const ORV::MATH::CVector3& from, const ORV::MATH::CVector3& to,
                         const ORV::CString& name, int colour) {
-    ORV::CValueArray points;
-    for (const ORV::MATH::CVector3* p : {&from, &to}) {
-        points.Add(p->GetX());
-        points.Add(p->GetY());
-        points.Add(p->GetZ());
-        points.Add(1.0);
-    }
-    ORV::CValueArray knots;
+    ORV::MATH::CVector4Array points;
+    points.Add(ORV::MATH::CVector4(from.GetX(), from.GetY(), from.GetZ(), 1.0));
+    points.Add(ORV::MATH::CVector4(to.GetX(), to.GetY(), to.GetZ(), 1.0));
+    ORV::CDoubleArray knots;
     knots.Add(0.0);
     knots.Add(1.0);
-    ORV::CValueArray data;
-    data.Add(points);
-    data.Add(knots);
-    data.Add(false);  // open
-    data.Add(1);      // degree
-    data.Add(1);      // parametrisation
     ORV::X3DObject line;
-    parent.AddNurbsCurve(data, ORV::ovSINurbs, name, line);
+    // Open, degree 1, parametrisation 1.
+    parent.AddNurbsCurve(points, knots, false, 1, 1, ORV::ovSINurbs, name, line);
     ORV::Property display;
     line.AddProperty(L"Display Property", false, L"Display", display);
     display.PutParameterValue(L"wirecol", colour, kNow);
@@ -555,14 +532,14 @@ ORV::X3DObject makeConnectionLine(ORV::X3DObject& parent, ORV::X3DObject& first,
     code += L"pArray[5] = pos2.z;\t \n";
     code += L"Out.Value.Geometry.Points.PositionArray = pArray; \n} \n";
 
-    ORV::CustomOperator op = app.GetFactory().CreateScriptedOp(L"ConnectionLine", code, L"JScript");
+    ORV::CustomOperator op(app.GetFactory().CreateScriptedOp(L"ConnectionLine", code, L"JScript"));
     ORV::PortGroup mainGroup = op.AddPortGroup(L"MainGroup", 1, 1, L"", L"", 0);
     op.AddOutputPort(line.GetActivePrimitive().GetRef(), L"OutCurve", mainGroup.GetIndex(), -1);
     op.AddInputPort(line.GetKinematics().GetGlobal().GetRef(), L"InLineGlobal", mainGroup.GetIndex(), -1);
     ORV::PortGroup objectGroup = op.AddPortGroup(L"ObjectGroup", 1, 1, L"", L"", 0);
     op.AddInputPort(first.GetKinematics().GetGlobal().GetRef(), L"InGlobal1", objectGroup.GetIndex(), -1);
     op.AddInputPort(second.GetKinematics().GetGlobal().GetRef(), L"InGlobal2", objectGroup.GetIndex(), -1);
-    op.Connect(4);
+    op.Connect(ORV::ovConstructionModeAnimation);
 
     ORV::CValueArray args;
     args.Add(line.GetFullName() + L".visibility.selectability");
