@@ -64,4 +64,73 @@ inline std::vector<std::wstring> One(const std::wstring& text) { return std::vec
 
 inline std::wstring Text(const ORV::CString& s) { return s.GetWideString(); }
 
+inline void ExpectSameVector(const ORV::MATH::CVector3& a, const ORV::MATH::CVector3& b) {
+    EXPECT_DOUBLE_EQ(a.x, b.x);
+    EXPECT_DOUBLE_EQ(a.y, b.y);
+    EXPECT_DOUBLE_EQ(a.z, b.z);
+}
+
+inline void ExpectSameGroups(const std::vector<ZUK::ModelStructure::Group>& a, const std::vector<ZUK::ModelStructure::Group>& b) {
+    ASSERT_EQ(a.size(), b.size());
+    for (size_t g = 0; g < a.size(); ++g) {
+        EXPECT_EQ(Text(a[g].Name), Text(b[g].Name));
+        EXPECT_EQ(Text(a[g].Parent), Text(b[g].Parent));
+        ASSERT_EQ(a[g].items.size(), b[g].items.size());
+        for (size_t i = 0; i < a[g].items.size(); ++i) {
+            const ZUK::ModelStructure::GroupItem& x = a[g].items[i];
+            const ZUK::ModelStructure::GroupItem& y = b[g].items[i];
+            EXPECT_EQ(Text(x.Name), Text(y.Name));
+            EXPECT_EQ(Text(x.Type), Text(y.Type));
+            ExpectSameVector(x.Align, y.Align);
+            ExpectSameVector(x.Roll, y.Roll);
+            ExpectSameVector(x.Offset, y.Offset);
+            ExpectSameVector(x.Minlimits, y.Minlimits);
+            ExpectSameVector(x.Maxlimits, y.Maxlimits);
+        }
+    }
+}
+
+// Every field that the stored form keeps, compared between two structures.
+inline void ExpectStoredFieldsEqual(const ZUK::ModelStructure& a, const ZUK::ModelStructure& b) {
+    EXPECT_EQ(Text(a.Type), Text(b.Type));
+    EXPECT_EQ(Text(a.Source), Text(b.Source));
+    ASSERT_EQ(a.numNodes, b.numNodes);
+    ASSERT_EQ(a.numPlanes, b.numPlanes);
+    for (int i = 0; i < a.numNodes; ++i) {
+        SCOPED_TRACE(Text(a.nodes[i].Name));
+        EXPECT_EQ(a.nodes[i].Parent, b.nodes[i].Parent);
+        EXPECT_EQ(a.nodes[i].OffsetParent, b.nodes[i].OffsetParent);
+        EXPECT_EQ(Text(a.nodes[i].Name), Text(b.nodes[i].Name));
+        EXPECT_EQ(a.nodes[i].Type, b.nodes[i].Type);
+        EXPECT_EQ(a.nodes[i].Friction, b.nodes[i].Friction);
+        ExpectSameVector(a.nodes[i].align, b.nodes[i].align);
+        ExpectSameVector(a.nodes[i].roll, b.nodes[i].roll);
+        EXPECT_EQ(a.nodes[i].mirror_node_index, b.nodes[i].mirror_node_index);
+    }
+    for (int p = 0; p < a.numPlanes; ++p) {
+        EXPECT_EQ(Text(a.planes[p].Name), Text(b.planes[p].Name));
+        EXPECT_EQ(a.planes[p].AnchorIndex, b.planes[p].AnchorIndex);
+        EXPECT_EQ(a.planes[p].Mid, b.planes[p].Mid);
+        EXPECT_EQ(a.planes[p].Span, b.planes[p].Span);
+        EXPECT_TRUE(a.planes[p].bones == b.planes[p].bones);
+    }
+    ASSERT_EQ(a.decomps.size(), b.decomps.size());
+    for (size_t d = 0; d < a.decomps.size(); ++d) {
+        const ZUK::ModelStructure::Decomp& x = a.decomps[d];
+        const ZUK::ModelStructure::Decomp& y = b.decomps[d];
+        EXPECT_EQ(Text(x.SrcName), Text(y.SrcName));
+        EXPECT_EQ(Text(x.PX), Text(y.PX));
+        EXPECT_EQ(Text(x.PY), Text(y.PY));
+        EXPECT_EQ(Text(x.PZ), Text(y.PZ));
+        EXPECT_EQ(Text(x.RX), Text(y.RX));
+        EXPECT_EQ(Text(x.RY), Text(y.RY));
+        EXPECT_EQ(Text(x.RZ), Text(y.RZ));
+        EXPECT_EQ(Text(x.RtoP_X), Text(y.RtoP_X));
+        EXPECT_EQ(Text(x.RtoP_Y), Text(y.RtoP_Y));
+        EXPECT_EQ(Text(x.RtoP_Z), Text(y.RtoP_Z));
+    }
+    ExpectSameGroups(a.baseGroups, b.baseGroups);
+    ExpectSameGroups(a.groups, b.groups);
+}
+
 }  // namespace structtest
