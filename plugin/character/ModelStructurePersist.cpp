@@ -200,9 +200,14 @@ ModelStructure* ModelStructure::CreateFromCustomProperty(ORV::Model model) {
         return nullptr;
     }
 
-    // 3. Counts and names.
-    const int nodeCount = static_cast<int>(property.GetParameterValue(L"numNodes"));
-    const int planeCount = static_cast<int>(property.GetParameterValue(L"numPlanes"));
+    // 3. Counts and names. A count beyond the rows its grid holds can only come from a damaged
+    // scene; it is cut to the rows so that no absurd array is allocated.
+    ORV::GridData nodeGrid = gridOf(property, L"Nodes");
+    ORV::GridData planeGrid = gridOf(property, L"Planes");
+    int nodeCount = static_cast<int>(property.GetParameterValue(L"numNodes"));
+    int planeCount = static_cast<int>(property.GetParameterValue(L"numPlanes"));
+    if (nodeCount > nodeGrid.GetRowCount()) nodeCount = static_cast<int>(nodeGrid.GetRowCount());
+    if (planeCount > planeGrid.GetRowCount()) planeCount = static_cast<int>(planeGrid.GetRowCount());
     const int decompCount = static_cast<int>(property.GetParameterValue(L"numDecomps"));
     const ORV::CString type = property.GetParameterValue(L"Type").GetAsText();
     ModelStructure* structure = new ModelStructure(nodeCount, planeCount, type);
@@ -211,7 +216,6 @@ ModelStructure* ModelStructure::CreateFromCustomProperty(ORV::Model model) {
 
     // 4. Nodes. Version 7 rows have no mirror column, and those nodes keep -1.
     const long stride = version == 7 ? NODE_COLUMNS_V7 : NODE_COLUMNS;
-    ORV::GridData nodeGrid = gridOf(property, L"Nodes");
     if (nodeGrid.IsValid()) {
         ORV::CValueArray cells = nodeGrid.GetData();
         for (int i = 0; i < structure->numNodes && (i + 1) * stride <= cells.GetCount(); ++i) {
@@ -232,7 +236,6 @@ ModelStructure* ModelStructure::CreateFromCustomProperty(ORV::Model model) {
     }
 
     // 5. Planes; bones are not stored and run from Span down to AnchorIndex.
-    ORV::GridData planeGrid = gridOf(property, L"Planes");
     if (planeGrid.IsValid()) {
         ORV::CValueArray cells = planeGrid.GetData();
         for (int i = 0; i < structure->numPlanes && (i + 1) * PLANE_COLUMNS <= cells.GetCount(); ++i) {

@@ -395,3 +395,16 @@ TEST_F(ModelStructurePersist, CleanupRemovesTheStructureAndItsRigTag) {
     EXPECT_EQ(CountProperties(L"Other"), 1);
     EXPECT_EQ(Reload(), nullptr);
 }
+
+TEST_F(ModelStructurePersist, CountBeyondTheRowsOfItsGridIsCutToTheRows) {
+    auto s = Load("s");
+    ASSERT_NE(s, nullptr);
+    s->SaveToCustomProperty(model);
+    Property().PutParameterValue(L"numNodes", ORV::CValue(2000000000));
+    Property().PutParameterValue(L"numPlanes", ORV::CValue(2000000000));
+    auto back = Reload();
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(back->numNodes, 12);
+    EXPECT_EQ(back->numPlanes, 3);
+    ExpectStoredFieldsEqual(*s, *back);
+}
