@@ -143,6 +143,12 @@ Number CValueAccess::ParseNumber(const std::wstring& text) noexcept {
     long long i = 0;
     const auto ri = std::from_chars(first, last, i);
     if (ri.ec == std::errc() && ri.ptr == last) {
+        if (i == 0 && *first == '-') {
+            // "-0" is the text of the negative zero double; keep its sign.
+            n.kind = Number::Real;
+            n.d = -0.0;
+            return n;
+        }
         n.kind = Number::Int;
         n.i = i;
         return n;
