@@ -17,8 +17,8 @@ void logError(const ORV::CString& text) { app.LogMessage(text, 4); }
 
 // Kind keywords of an item and what they make of a node.
 bool isKnownKeyword(const ORV::CString& word) {
-    return word == L"hip" || word == L"child" || word == L"friction" || word == L"ik" ||
-           word == L"free" || word == L"anchor";
+    return word == L"hip" || word == L"child" || word == L"friction" || word == L"ik" || word == L"free" ||
+           word == L"anchor";
 }
 
 bool isLimbEnd(const ORV::CString& word) { return word == L"ik" || word == L"friction"; }
@@ -71,9 +71,8 @@ ORV::CString mirrorNameOf(const ORV::CString& name) {
 void readDecomp(InputStream& stream, const ORV::CString& name, ModelStructure::Decomp& decomp) {
     decomp.Name = name;
     GetNextToken(stream, decomp.SrcName);
-    ORV::CString* channels[9] = {&decomp.PX,     &decomp.PY,     &decomp.PZ,
-                                 &decomp.RX,     &decomp.RY,     &decomp.RZ,
-                                 &decomp.RtoP_X, &decomp.RtoP_Y, &decomp.RtoP_Z};
+    ORV::CString* channels[9] = {&decomp.PX, &decomp.PY,     &decomp.PZ,     &decomp.RX,    &decomp.RY,
+                                 &decomp.RZ, &decomp.RtoP_X, &decomp.RtoP_Y, &decomp.RtoP_Z};
     int field = 0;
     for (;;) {
         ORV::CString word;
@@ -230,7 +229,8 @@ ModelStructure* ModelStructure::CreateFromFile(const ORV::CString& file) {
                 if (!isLimbEnd(item.Type)) continue;
                 ++planeCount;
                 if (position < 2) {
-                    logError(ORV::CString(L"the ik node ") + item.Name + L" is missing an anchor or midjoint");
+                    logError(ORV::CString(L"the ik node ") + item.Name +
+                             L" is missing an anchor or midjoint");
                     return nullptr;
                 }
             }
@@ -256,8 +256,8 @@ ModelStructure* ModelStructure::CreateFromFile(const ORV::CString& file) {
                 if (position == 0) {
                     const int parent = findParentIndex(structure, index, group.Parent);
                     if (parent == -1 && group.Parent != L"world") {
-                        logError(ORV::CString(L"group parent node ") + group.Parent + L" must be defined before the " +
-                                 group.Name + L" group");
+                        logError(ORV::CString(L"group parent node ") + group.Parent +
+                                 L" must be defined before the " + group.Name + L" group");
                         delete structure;
                         return nullptr;
                     }

@@ -2,7 +2,6 @@
 // made of plain parameters and grids. It is a reduced form: what the map, the glue and the
 // operators need. Offsets, positions, limits and a decomposition's name are not stored.
 #include "character/ModelStructure.h"
-
 #include "shell/Util.h"
 
 namespace ZUK {
@@ -19,27 +18,27 @@ const int GROUP_COLUMNS = 2;
 const int ITEM_COLUMNS = 7;
 
 // The third label is spelled so in every stored scene; readers go by position, writers keep it.
-const wchar_t* const NODE_LABELS[NODE_COLUMNS] = {L"Parent", L"OffsetParent", L"Name",  L"Type",
-                                                  L"Friction", L"alignX",     L"alignY", L"alingZ",
-                                                  L"rollX",  L"rollY",        L"rollZ", L"mirror_node_index"};
+const wchar_t* const NODE_LABELS[NODE_COLUMNS] = {
+    L"Parent", L"OffsetParent", L"Name",  L"Type",  L"Friction", L"alignX",
+    L"alignY", L"alingZ",       L"rollX", L"rollY", L"rollZ",    L"mirror_node_index"};
 const wchar_t* const PLANE_LABELS[PLANE_COLUMNS] = {L"AnchorIndex", L"Mid", L"Span", L"Name"};
-const wchar_t* const DECOMP_LABELS[DECOMP_COLUMNS] = {L"SrcName", L"PX", L"PY", L"PZ", L"RX",
+const wchar_t* const DECOMP_LABELS[DECOMP_COLUMNS] = {L"SrcName", L"PX", L"PY",     L"PZ",     L"RX",
                                                       L"RY",      L"RZ", L"RtoP_X", L"RtoP_Y", L"RtoP_Z"};
 const wchar_t* const GROUP_LABELS[GROUP_COLUMNS] = {L"Name", L"Parent"};
-const wchar_t* const ITEM_LABELS[ITEM_COLUMNS] = {L"Name", L"Type", L"Align", L"Roll", L"Offset", L"Minlimits",
-                                                  L"Maxlimits"};
+const wchar_t* const ITEM_LABELS[ITEM_COLUMNS] = {L"Name",   L"Type",      L"Align",    L"Roll",
+                                                  L"Offset", L"Minlimits", L"Maxlimits"};
 
 const int STORED_CAPABILITIES = 6;
 
-void addValue(ORV::CustomProperty& property, const wchar_t* name, ORV::ovValueType type, const ORV::CValue& value,
-              const wchar_t* label, const wchar_t* description) {
+void addValue(ORV::CustomProperty& property, const wchar_t* name, ORV::ovValueType type,
+              const ORV::CValue& value, const wchar_t* label, const wchar_t* description) {
     ORV::Parameter parameter;
     property.AddParameter(name, type, STORED_CAPABILITIES, label, description, value, parameter);
 }
 
 // Adds a grid parameter and fills it with `rows` rows of the labelled columns.
-void addGrid(ORV::CustomProperty& property, const ORV::CString& name, const wchar_t* const* labels, int columns,
-             long rows, const ORV::CValueArray& data) {
+void addGrid(ORV::CustomProperty& property, const ORV::CString& name, const wchar_t* const* labels,
+             int columns, long rows, const ORV::CValueArray& data) {
     ORV::Parameter parameter = property.AddGridParameter(name);
     ORV::GridData grid(static_cast<ORV::CRef>(parameter.GetValue()));
     grid.PutColumnCount(columns);
@@ -72,8 +71,8 @@ void addGroups(ORV::CustomProperty& property, const std::vector<ModelStructure::
         rows.Add(group.Name);
         rows.Add(group.Parent);
     }
-    addGrid(property, ORV::CString(prefix) + L"s", GROUP_LABELS, GROUP_COLUMNS, static_cast<long>(groups.size()),
-            rows);
+    addGrid(property, ORV::CString(prefix) + L"s", GROUP_LABELS, GROUP_COLUMNS,
+            static_cast<long>(groups.size()), rows);
     for (const ModelStructure::Group& group : groups) {
         ORV::CValueArray items;
         for (const ModelStructure::GroupItem& item : group.items) {
@@ -92,7 +91,8 @@ void addGroups(ORV::CustomProperty& property, const std::vector<ModelStructure::
 
 // Reads the group list `prefix` + "s" and, per row, the item grid `prefix` + "_" + name. A row
 // whose item grid is missing is skipped.
-void readGroups(const ORV::ProjectItem& property, const wchar_t* prefix, std::vector<ModelStructure::Group>& groups) {
+void readGroups(const ORV::ProjectItem& property, const wchar_t* prefix,
+                std::vector<ModelStructure::Group>& groups) {
     ORV::GridData list = gridOf(property, ORV::CString(prefix) + L"s");
     if (!list.IsValid()) return;
     for (long row = 0; row < list.GetRowCount(); ++row) {
@@ -126,7 +126,8 @@ ORV::MATH::CVector3 StringToVector(ORV::CString text) {
         app.LogMessage(ORV::CString(L"Error converting string to CVector3  : <") + text, 8);
         return ORV::MATH::CVector3();
     }
-    return ORV::MATH::CVector3(static_cast<double>(ORV::CValue(parts[0])), static_cast<double>(ORV::CValue(parts[1])),
+    return ORV::MATH::CVector3(static_cast<double>(ORV::CValue(parts[0])),
+                               static_cast<double>(ORV::CValue(parts[1])),
                                static_cast<double>(ORV::CValue(parts[2])));
 }
 
@@ -176,11 +177,13 @@ void ModelStructure::SaveToCustomProperty(ORV::Model model) {
     if (!decomps.empty()) {
         ORV::CValueArray decompRows;
         for (const Decomp& decomp : decomps) {
-            for (const ORV::CString* field : {&decomp.SrcName, &decomp.PX, &decomp.PY, &decomp.PZ, &decomp.RX,
-                                              &decomp.RY, &decomp.RZ, &decomp.RtoP_X, &decomp.RtoP_Y, &decomp.RtoP_Z})
+            for (const ORV::CString* field :
+                 {&decomp.SrcName, &decomp.PX, &decomp.PY, &decomp.PZ, &decomp.RX, &decomp.RY, &decomp.RZ,
+                  &decomp.RtoP_X, &decomp.RtoP_Y, &decomp.RtoP_Z})
                 decompRows.Add(*field);
         }
-        addGrid(property, L"Decomps", DECOMP_LABELS, DECOMP_COLUMNS, static_cast<long>(decomps.size()), decompRows);
+        addGrid(property, L"Decomps", DECOMP_LABELS, DECOMP_COLUMNS, static_cast<long>(decomps.size()),
+                decompRows);
     }
 
     addGroups(property, baseGroups, L"BaseGroup");
@@ -195,8 +198,9 @@ ModelStructure* ModelStructure::CreateFromCustomProperty(ORV::Model model) {
     // 2. Version.
     const int version = static_cast<int>(property.GetParameterValue(L"Version"));
     if (version < OLDEST_VERSION) {
-        app.LogMessage(L"The embedded model structure has an outdated version number.  Please reload the tag template.",
-                       8);
+        app.LogMessage(
+            L"The embedded model structure has an outdated version number.  Please reload the tag template.",
+            8);
         return nullptr;
     }
 
@@ -259,7 +263,8 @@ ModelStructure* ModelStructure::CreateFromCustomProperty(ORV::Model model) {
         for (long row = 0; row < rows; ++row) {
             ORV::CValueArray cells = decompGrid.GetRowValues(row);
             Decomp decomp;
-            ORV::CString* fields[6] = {&decomp.PX, &decomp.PY, &decomp.PZ, &decomp.RX, &decomp.RY, &decomp.RZ};
+            ORV::CString* fields[6] = {&decomp.PX, &decomp.PY, &decomp.PZ,
+                                       &decomp.RX, &decomp.RY, &decomp.RZ};
             decomp.SrcName = cells[0].GetAsText();
             for (int field = 0; field < 6; ++field) *fields[field] = cells[field + 1].GetAsText();
             app.LogMessage(ORV::CString(L"ModelStructure::createFromGrid : ") + decomp.SrcName, 8);

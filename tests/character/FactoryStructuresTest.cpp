@@ -2,13 +2,12 @@
 // data/README.md, pair left with right, survive the stored form, hold the shape the rest of
 // the system expects (cog, spine, limbs, canonical directions), and fit the real skeletons of
 // the test data the way the README's tagging tables say.
-#include <nlohmann/json.hpp>
-
 #include <array>
 #include <cmath>
 #include <fstream>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <regex>
 #include <sstream>
 
@@ -80,7 +79,8 @@ std::vector<std::vector<std::string>> TableAfter(const std::vector<std::string>&
     std::vector<std::vector<std::string>> rows;
     size_t i = from;
     while (i < lines.size() && lines[i].rfind(header, 0) != 0) ++i;
-    for (i += 2; i < lines.size() && !lines[i].empty() && lines[i][0] == '|'; ++i) rows.push_back(Cells(lines[i]));
+    for (i += 2; i < lines.size() && !lines[i].empty() && lines[i][0] == '|'; ++i)
+        rows.push_back(Cells(lines[i]));
     return rows;
 }
 
@@ -112,7 +112,8 @@ ReadmeStructure ReadmeFor(const std::string& name) {
     for (; p < lines.size() && !lines[p].empty(); ++p) paragraph += lines[p] + " ";
     const std::regex plane("`(\\w+)` (\\d+) (\\d+) (\\d+)");
     for (std::sregex_iterator it(paragraph.begin(), paragraph.end(), plane), end; it != end; ++it)
-        out.planeList.push_back(ReadmePlane{(*it)[1], std::stoi((*it)[2]), std::stoi((*it)[3]), std::stoi((*it)[4])});
+        out.planeList.push_back(
+            ReadmePlane{(*it)[1], std::stoi((*it)[2]), std::stoi((*it)[3]), std::stoi((*it)[4])});
     return out;
 }
 
@@ -150,7 +151,8 @@ Skeleton ReadBvhSkeleton(const std::string& path) {
             if (word == "End") name = "";  // an end site
             s.names.push_back(name);
             s.parent.push_back(open.empty() ? -1 : open.back());
-            s.position.push_back(open.empty() ? std::array<double, 3>{0, 0, 0} : s.position[size_t(open.back())]);
+            s.position.push_back(open.empty() ? std::array<double, 3>{0, 0, 0}
+                                              : s.position[size_t(open.back())]);
             last = static_cast<int>(s.names.size()) - 1;
         } else if (word == "{") {
             open.push_back(last);
@@ -225,11 +227,13 @@ Skeleton ReadGlbSkeleton(const std::string& path) {
         const std::string name = nodes[i].value("name", std::string());
         s.names[i] = name.empty() ? std::to_string(i) : name;
         if (nodes[i].contains("children"))
-            for (const auto& child : nodes[i]["children"]) s.parent[child.get<size_t>()] = static_cast<int>(i);
+            for (const auto& child : nodes[i]["children"])
+                s.parent[child.get<size_t>()] = static_cast<int>(i);
     }
     for (size_t i = 0; i < count; ++i) {
         Matrix global = LocalMatrix(nodes[i]);
-        for (int p = s.parent[i]; p >= 0; p = s.parent[size_t(p)]) global = Multiply(LocalMatrix(nodes[size_t(p)]), global);
+        for (int p = s.parent[i]; p >= 0; p = s.parent[size_t(p)])
+            global = Multiply(LocalMatrix(nodes[size_t(p)]), global);
         s.position[i] = {global[12], global[13], global[14]};
     }
     return s;
@@ -295,11 +299,13 @@ void ExpectTaggingFits(const ModelStructure& s, const Skeleton& skeleton, const 
         // the midline, at the spine).
         const int m = s.nodes[n].mirror_node_index;
         if (s.nodes[n].Name[0] == L'l' && m >= 0 && joint[size_t(m)] >= 0)
-            EXPECT_GE(skeleton.position[size_t(joint[size_t(n)])][0], skeleton.position[size_t(joint[size_t(m)])][0]);
+            EXPECT_GE(skeleton.position[size_t(joint[size_t(n)])][0],
+                      skeleton.position[size_t(joint[size_t(m)])][0]);
     }
     for (int p = 0; p < s.numPlanes; ++p) {
         const ORV::CLongArray& bones = s.planes[p].bones;
-        for (long b = 0; b < bones.GetCount(); ++b) ASSERT_GE(joint[size_t(bones[b])], 0) << "limb not complete";
+        for (long b = 0; b < bones.GetCount(); ++b)
+            ASSERT_GE(joint[size_t(bones[b])], 0) << "limb not complete";
         for (long b = 0; b + 1 < bones.GetCount(); ++b)
             EXPECT_GT(skeleton.StepsUp(joint[size_t(bones[b])], joint[size_t(bones[b + 1])]), 0);
         // Limb joints lie clearly on their own side: left on +X, right on -X.
@@ -374,7 +380,8 @@ TEST_F(FactoryStructures, NodesAndPlanesAreThoseOfTheDataReadme) {
             ASSERT_NE(item, nullptr);
             EXPECT_EQ(Narrow(item->Type), row.kind);
             EXPECT_EQ(node.Parent < 0 ? "-" : Narrow(s->nodes[node.Parent].Name), row.parent);
-            EXPECT_EQ(node.mirror_node_index < 0 ? "-" : Narrow(s->nodes[node.mirror_node_index].Name), row.mirror);
+            EXPECT_EQ(node.mirror_node_index < 0 ? "-" : Narrow(s->nodes[node.mirror_node_index].Name),
+                      row.mirror);
         }
         ASSERT_EQ(static_cast<int>(readme.planeList.size()), s->numPlanes);
         for (int p = 0; p < s->numPlanes; ++p) {
@@ -601,7 +608,8 @@ TEST_F(FactoryStructures, BipedFitsTheCmuMotionBuilderSkeleton) {
 TEST_F(FactoryStructures, BipedFitsTheAnimatedDrawingsSkeleton) {
     auto s = Load("biped");
     ASSERT_NE(s, nullptr);
-    const Skeleton skeleton = ReadBvhSkeleton(std::string(TROVO_TEST_DATA) + "/bvh/other_fair_animdrawings/dab.bvh");
+    const Skeleton skeleton =
+        ReadBvhSkeleton(std::string(TROVO_TEST_DATA) + "/bvh/other_fair_animdrawings/dab.bvh");
     ASSERT_EQ(skeleton.Find("Hips"), 0);
     const Tagging tags = TaggingColumn("| node | CMU MotionBuilder |", 4, true);
     EXPECT_EQ(tags.size(), 23u);
@@ -611,7 +619,8 @@ TEST_F(FactoryStructures, BipedFitsTheAnimatedDrawingsSkeleton) {
 TEST_F(FactoryStructures, BipedFitsTheRiggedFigure) {
     auto s = Load("biped");
     ASSERT_NE(s, nullptr);
-    const Skeleton skeleton = ReadGlbSkeleton(std::string(TROVO_TEST_DATA) + "/gltf/RiggedFigure/RiggedFigure.glb");
+    const Skeleton skeleton =
+        ReadGlbSkeleton(std::string(TROVO_TEST_DATA) + "/gltf/RiggedFigure/RiggedFigure.glb");
     ASSERT_GT(skeleton.names.size(), 20u);
     const Tagging tags = TaggingColumn("| node | RiggedFigure joint |", 1, false);
     EXPECT_EQ(tags.size(), 21u);  // both clavicles untagged

@@ -4,10 +4,10 @@
 
 #include "StructureTestSupport.h"
 
-using structtest::Messages;
-using structtest::One;
 using structtest::ExpectSameVector;
 using structtest::ExpectStoredFieldsEqual;
+using structtest::Messages;
+using structtest::One;
 using structtest::Text;
 using ZUK::ModelStructure;
 
@@ -68,7 +68,8 @@ protected:
     }
 
     ORV::CustomProperty Property() {
-        return ORV::CustomProperty(model.GetProperties().GetItem(ORV::CString(ModelStructure::PROPERTY_NAME)));
+        return ORV::CustomProperty(
+            model.GetProperties().GetItem(ORV::CString(ModelStructure::PROPERTY_NAME)));
     }
 
     ORV::GridData Grid(const wchar_t* name) {
@@ -109,8 +110,9 @@ TEST_F(ModelStructurePersist, SavedPropertyHasVersion8AndRowsOfTwelveCells) {
     EXPECT_EQ(nodes.GetColumnCount(), 12);
     EXPECT_EQ(nodes.GetRowCount(), s->numNodes);
     for (long row = 0; row < nodes.GetRowCount(); ++row) EXPECT_EQ(nodes.GetRowValues(row).GetCount(), 12);
-    const wchar_t* labels[] = {L"Parent", L"OffsetParent", L"Name",  L"Type",  L"Friction", L"alignX",
-                               L"alignY", L"alingZ",       L"rollX", L"rollY", L"rollZ",    L"mirror_node_index"};
+    const wchar_t* labels[] = {L"Parent",   L"OffsetParent", L"Name",   L"Type",
+                               L"Friction", L"alignX",       L"alignY", L"alingZ",
+                               L"rollX",    L"rollY",        L"rollZ",  L"mirror_node_index"};
     for (long c = 0; c < 12; ++c) EXPECT_EQ(Text(nodes.GetColumnLabel(c)), labels[c]);
     // The row of lfoot, cell by cell.
     ORV::CValueArray foot = nodes.GetRowValues(5);
@@ -139,10 +141,11 @@ TEST_F(ModelStructurePersist, ParametersComeInTheirOrderWithLabelsAndCapabilitie
     ASSERT_NE(s, nullptr);
     s->SaveToCustomProperty(model);
     ORV::CustomProperty property = Property();
-    EXPECT_EQ(ParameterNames(property),
-              (std::vector<std::wstring>{L"Version", L"Type", L"Source", L"numNodes", L"numPlanes", L"numDecomps",
-                                         L"Nodes", L"Planes", L"Decomps", L"BaseGroups", L"BaseGroup_torso",
-                                         L"BaseGroup_leftleg", L"Groups", L"Group_leftarm", L"Group_rightarm"}));
+    EXPECT_EQ(
+        ParameterNames(property),
+        (std::vector<std::wstring>{L"Version", L"Type", L"Source", L"numNodes", L"numPlanes", L"numDecomps",
+                                   L"Nodes", L"Planes", L"Decomps", L"BaseGroups", L"BaseGroup_torso",
+                                   L"BaseGroup_leftleg", L"Groups", L"Group_leftarm", L"Group_rightarm"}));
     ORV::Parameter version = property.GetParameter(L"Version");
     EXPECT_EQ(version.GetValueType(), ORV::ovInt4);
     EXPECT_EQ(version.GetCapabilities(), 6);
@@ -268,8 +271,8 @@ TEST_F(ModelStructurePersist, VersionBelow7IsRefusedWithANote) {
     Property().PutParameterValue(L"Version", ORV::CValue(6));
     orvhost::ClearLog();
     EXPECT_EQ(Reload(), nullptr);
-    EXPECT_EQ(Messages(8),
-              One(L"The embedded model structure has an outdated version number.  Please reload the tag template."));
+    EXPECT_EQ(Messages(8), One(L"The embedded model structure has an outdated version number.  Please reload "
+                               L"the tag template."));
     EXPECT_TRUE(Messages(4).empty());
 }
 

@@ -333,7 +333,8 @@ TEST_F(ModelStructureFile, CommentsMayStandWhereverWhiteSpaceMay) {
     root.Write("Structures/tb.base",
                "# base\ntorso { # the body\n world\n pelvis hip 0 1 0 0 0 1 0 100 0 # root\n}# done");
     root.Write("Structures/s.structure",
-               "tb# the base\n# blocks\narm {\n pelvis\n a child 1 0 0 # align\n 0 0 1 1 0 0 limits: # x\n -5 -5 -5 5 5 5\n}\n");
+               "tb# the base\n# blocks\narm {\n pelvis\n a child 1 0 0 # align\n 0 0 1 1 0 0 limits: # x\n "
+               "-5 -5 -5 5 5 5\n}\n");
     auto s = Load("s");
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(Text(s->Type), L"tb");
@@ -428,7 +429,8 @@ TEST_F(ModelStructureFile, GetNextTokenTellsWhetherMoreFollows) {
 }
 
 TEST_F(ModelStructureFile, ParseBaseReadsGroupsOfABaseFile) {
-    root.Write("Structures/tb.base", std::string(TORSO_BASE) + "legs {\n pelvis\n lthigh anchor 0 -1 0 0 0 1 9 -5 0\n}\n");
+    root.Write("Structures/tb.base",
+               std::string(TORSO_BASE) + "legs {\n pelvis\n lthigh anchor 0 -1 0 0 0 1 9 -5 0\n}\n");
     std::vector<ModelStructure::Group> groups;
     ASSERT_TRUE(ModelStructure::parseBase(ORV::CString(L"tb"), groups));
     ASSERT_EQ(groups.size(), 2u);
@@ -459,8 +461,10 @@ TEST_F(ModelStructureFile, UnreadableStructureFileIsAnInvalidStream) {
 }
 
 TEST_F(ModelStructureFile, UnknownKindKeywordStopsTheStructure) {
-    EXPECT_EQ(LoadBlocks("leftarm {\n chest\n lshoulder anchor 1 0 0 0 0 1 1 0 0\n lelbow elbow 1 0 0 0 0 1 1 0 0\n}\n"),
-              nullptr);
+    EXPECT_EQ(
+        LoadBlocks(
+            "leftarm {\n chest\n lshoulder anchor 1 0 0 0 0 1 1 0 0\n lelbow elbow 1 0 0 0 0 1 1 0 0\n}\n"),
+        nullptr);
     EXPECT_EQ(Messages(4), One(L"error while parsing the structure leftarm group"));
 }
 
@@ -470,8 +474,10 @@ TEST_F(ModelStructureFile, IkAsFirstItemOfItsGroupLacksAnchorAndMidJoint) {
 }
 
 TEST_F(ModelStructureFile, FrictionAsSecondItemOfItsGroupLacksAnchorAndMidJoint) {
-    EXPECT_EQ(LoadBlocks("leg {\n pelvis\n lthigh anchor 0 -1 0 0 0 1 1 0 0\n lfoot friction 0 0 1 0 1 0 0 -1 0\n}\n"),
-              nullptr);
+    EXPECT_EQ(
+        LoadBlocks(
+            "leg {\n pelvis\n lthigh anchor 0 -1 0 0 0 1 1 0 0\n lfoot friction 0 0 1 0 1 0 0 -1 0\n}\n"),
+        nullptr);
     EXPECT_EQ(Messages(4), One(L"the ik node lfoot is missing an anchor or midjoint"));
 }
 

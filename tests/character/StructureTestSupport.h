@@ -70,7 +70,8 @@ inline void ExpectSameVector(const ORV::MATH::CVector3& a, const ORV::MATH::CVec
     EXPECT_DOUBLE_EQ(a.z, b.z);
 }
 
-inline void ExpectSameGroups(const std::vector<ZUK::ModelStructure::Group>& a, const std::vector<ZUK::ModelStructure::Group>& b) {
+inline void ExpectSameGroups(const std::vector<ZUK::ModelStructure::Group>& a,
+                             const std::vector<ZUK::ModelStructure::Group>& b) {
     ASSERT_EQ(a.size(), b.size());
     for (size_t g = 0; g < a.size(); ++g) {
         EXPECT_EQ(Text(a[g].Name), Text(b[g].Name));
