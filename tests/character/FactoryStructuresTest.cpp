@@ -298,9 +298,10 @@ void ExpectTaggingFits(const ModelStructure& s, const Skeleton& skeleton, const 
         // Sides: a left joint never lies right of its counterpart (a clavicle joint may sit on
         // the midline, at the spine).
         const int m = s.nodes[n].mirror_node_index;
-        if (s.nodes[n].Name[0] == L'l' && m >= 0 && joint[size_t(m)] >= 0)
+        if (s.nodes[n].Name[0] == L'l' && m >= 0 && joint[size_t(m)] >= 0) {
             EXPECT_GE(skeleton.position[size_t(joint[size_t(n)])][0],
                       skeleton.position[size_t(joint[size_t(m)])][0]);
+        }
     }
     for (int p = 0; p < s.numPlanes; ++p) {
         const ORV::CLongArray& bones = s.planes[p].bones;
@@ -312,19 +313,21 @@ void ExpectTaggingFits(const ModelStructure& s, const Skeleton& skeleton, const 
         const bool left = s.nodes[s.planes[p].Span].Name[0] == L'l';
         for (long b = 0; b < bones.GetCount(); ++b) {
             const double x = skeleton.position[size_t(joint[size_t(bones[b])])][0];
-            if (left)
+            if (left) {
                 EXPECT_GT(x, 0.0) << Narrow(s.nodes[bones[b]].Name);
-            else
+            } else {
                 EXPECT_LT(x, 0.0) << Narrow(s.nodes[bones[b]].Name);
+            }
         }
     }
     const int spine = s.nodeIndex(ORV::CString(L"spine"));
     const int chest = s.nodeIndex(ORV::CString(L"chest"));
     const int between = skeleton.StepsUp(joint[size_t(chest)], joint[size_t(spine)]);
-    if (spineSpansJoints)
+    if (spineSpansJoints) {
         EXPECT_GE(between, 2);
-    else
+    } else {
         EXPECT_EQ(between, 1);
+    }
 }
 
 // ---- Fixture ---------------------------------------------------------------------------------
@@ -491,7 +494,9 @@ TEST_F(FactoryStructures, AlignAndRollAreUnitPerpendicularAndAlignRunsTowardAChi
                 hasChild = true;
                 if (Unit(s->nodes[c].Offset).Equals(node.align, 1e-12)) alongChild = true;
             }
-            if (hasChild) EXPECT_TRUE(alongChild);
+            if (hasChild) {
+                EXPECT_TRUE(alongChild);
+            }
         }
     }
 }
