@@ -344,6 +344,7 @@ protected:
         return std::unique_ptr<ModelStructure>(ModelStructure::CreateFromFile(ORV::CString(name)));
     }
 
+    structtest::SavedLocations savedLocations;
     structtest::ScratchRoot emptyUser;
 };
 

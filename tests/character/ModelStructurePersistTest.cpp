@@ -84,6 +84,7 @@ protected:
         return count;
     }
 
+    structtest::SavedLocations savedLocations;
     structtest::ScratchRoot root;
     ORV::Model model;
 };

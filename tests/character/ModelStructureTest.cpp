@@ -40,6 +40,7 @@ protected:
         return Load("s");
     }
 
+    structtest::SavedLocations savedLocations;
     structtest::ScratchRoot root;
 };
 

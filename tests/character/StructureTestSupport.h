@@ -47,6 +47,25 @@ public:
     std::string dir;
 };
 
+// Keeps the host's installation locations and puts them back at the end, so that tests of
+// other subsystems in the same program find the locations as they were.
+class SavedLocations {
+public:
+    SavedLocations() {
+        for (int kind = 1; kind <= 3; ++kind)
+            saved[kind] = ORV::Application().GetInstallationPath(kind).std();
+    }
+    ~SavedLocations() {
+        for (int kind = 1; kind <= 3; ++kind) orvhost::SetInstallationPath(kind, saved[kind]);
+        ZUK::FileManager::rootsFilled = false;
+    }
+    SavedLocations(const SavedLocations&) = delete;
+    SavedLocations& operator=(const SavedLocations&) = delete;
+
+private:
+    std::wstring saved[4];
+};
+
 // Points the user location at `user` and the factory location at `factory` (either may be
 // empty), with no shared location. FileManager reads the locations once per process, so its
 // cache is refilled here.
