@@ -1,11 +1,10 @@
 // The SDK arrays, CTime and CStatus.
+#include <gtest/gtest.h>
 #include <orv/Arrays.h>
 #include <orv/CStatus.h>
 #include <orv/CTime.h>
 #include <orv/CValue.h>
 #include <orv/Math.h>
-
-#include <gtest/gtest.h>
 
 using namespace ORV;
 

@@ -1,10 +1,9 @@
 // ORV::CString: construction, narrow/wide conversion, operators, case-insensitive comparison
 // and splitting.
+#include <gtest/gtest.h>
 #include <orv/Arrays.h>
 #include <orv/CString.h>
 #include <orv/CValue.h>
-
-#include <gtest/gtest.h>
 
 #include <clocale>
 #include <cstring>

@@ -1,7 +1,6 @@
 // ORV::CValue: every alternative, the empty test, conversions, text form and comparison.
-#include <orv/ORV.h>
-
 #include <gtest/gtest.h>
+#include <orv/ORV.h>
 
 #include <cfloat>
 #include <climits>
@@ -187,8 +186,8 @@ TEST(CValue, EveryAlternativeKeepsItsValue) {
     arr.Add(1);
     arr.Add(L"two");
 
-    const CValue b(true), i(-42), d(2.5), f(1.5f), n("narrow"), w(L"wide"), s(CString(L"cs")), r(CRef::FromId(9)),
-        p(static_cast<void*>(&object)), v(vec), a(arr);
+    const CValue b(true), i(-42), d(2.5), f(1.5f), n("narrow"), w(L"wide"), s(CString(L"cs")),
+        r(CRef::FromId(9)), p(static_cast<void*>(&object)), v(vec), a(arr);
     EXPECT_EQ(b.GetType(), ORV::ovBool);
     EXPECT_EQ(i.GetType(), ORV::ovInt4);
     EXPECT_EQ(d.GetType(), ORV::ovDouble);
@@ -428,9 +427,23 @@ TEST(CValue, TextOfDoublesIsShortestRoundTrip) {
 }
 
 TEST(CValue, TextOfDoublesReadsBackBitExactly) {
-    std::vector<double> values = {0.1, 1e-300, -0.0, 0.0, 1.7976931348623157e308, -1.7976931348623157e308,
-                                  DBL_MIN, DBL_TRUE_MIN, 1.0 / 3.0, 2.0 / 3.0, 1e15, 1e16, 1e17, 123456789012345678.0,
-                                  5e-324, 9007199254740993.0, 0.3};
+    std::vector<double> values = {0.1,
+                                  1e-300,
+                                  -0.0,
+                                  0.0,
+                                  1.7976931348623157e308,
+                                  -1.7976931348623157e308,
+                                  DBL_MIN,
+                                  DBL_TRUE_MIN,
+                                  1.0 / 3.0,
+                                  2.0 / 3.0,
+                                  1e15,
+                                  1e16,
+                                  1e17,
+                                  123456789012345678.0,
+                                  5e-324,
+                                  9007199254740993.0,
+                                  0.3};
     std::mt19937_64 rng(20240611);
     std::uniform_real_distribution<double> unit(-1.0, 1.0);
     std::uniform_int_distribution<int> exponent(-300, 300);

@@ -4,9 +4,8 @@
 // Error budget: 1e-12 for exact algebra (a handful of trigonometric evaluations and products,
 // each good to a few 1e-16). Angles read back near gimbal lock are compared through the
 // rotation they rebuild, not one by one, because there the angles are not unique.
-#include <orv/Math.h>
-
 #include <gtest/gtest.h>
+#include <orv/Math.h>
 
 #include <cmath>
 #include <random>
@@ -38,24 +37,25 @@ M3 Rz(double a) {
 M3 Mul(const M3& a, const M3& b) {
     M3 r{};
     for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) r.m[i][j] = a.m[i][0] * b.m[0][j] + a.m[i][1] * b.m[1][j] + a.m[i][2] * b.m[2][j];
+        for (int j = 0; j < 3; ++j)
+            r.m[i][j] = a.m[i][0] * b.m[0][j] + a.m[i][1] * b.m[1][j] + a.m[i][2] * b.m[2][j];
     return r;
 }
 // The product for an order: the first letter is applied first.
 M3 ByOrder(double x, double y, double z, RotationOrder order) {
     switch (order) {
-    case ovXYZ:
-        return Mul(Mul(Rx(x), Ry(y)), Rz(z));
-    case ovXZY:
-        return Mul(Mul(Rx(x), Rz(z)), Ry(y));
-    case ovYXZ:
-        return Mul(Mul(Ry(y), Rx(x)), Rz(z));
-    case ovYZX:
-        return Mul(Mul(Ry(y), Rz(z)), Rx(x));
-    case ovZXY:
-        return Mul(Mul(Rz(z), Rx(x)), Ry(y));
-    case ovZYX:
-        return Mul(Mul(Rz(z), Ry(y)), Rx(x));
+        case ovXYZ:
+            return Mul(Mul(Rx(x), Ry(y)), Rz(z));
+        case ovXZY:
+            return Mul(Mul(Rx(x), Rz(z)), Ry(y));
+        case ovYXZ:
+            return Mul(Mul(Ry(y), Rx(x)), Rz(z));
+        case ovYZX:
+            return Mul(Mul(Ry(y), Rz(z)), Rx(x));
+        case ovZXY:
+            return Mul(Mul(Rz(z), Rx(x)), Ry(y));
+        case ovZYX:
+            return Mul(Mul(Rz(z), Ry(y)), Rx(x));
     }
     return M3{};
 }
@@ -166,7 +166,8 @@ TEST(CQuaternion, SlerpHalfwayIsHalfTheAngle) {
     const CRotation rb = CRotation().Mul(ra, delta);
     CRotation half;
     half.Mul(ra, CRotation(CVector3(0, 0, 1), 0.5));
-    EXPECT_TRUE(SameRotation(s.Slerp(ra.GetQuaternion(), rb.GetQuaternion(), 0.5), half.GetQuaternion(), kExact));
+    EXPECT_TRUE(
+        SameRotation(s.Slerp(ra.GetQuaternion(), rb.GetQuaternion(), 0.5), half.GetQuaternion(), kExact));
 }
 
 TEST(CQuaternion, SlerpTakesTheShortestPath) {
@@ -217,7 +218,8 @@ TEST(CRotation, EachOrderMatchesHandBuiltProduct) {
     for (RotationOrder order : kOrders) {
         for (int k = 0; k < 50; ++k) {
             const double x = angle(rng), y = angle(rng), z = angle(rng);
-            SCOPED_TRACE(::testing::Message() << "order " << order << " angles " << x << " " << y << " " << z);
+            SCOPED_TRACE(::testing::Message()
+                         << "order " << order << " angles " << x << " " << y << " " << z);
             ExpectMatrix(CRotation(x, y, z, order).GetMatrix(), ByOrder(x, y, z, order));
             ExpectMatrix(CRotation(CVector3(x, y, z), order).GetMatrix(), ByOrder(x, y, z, order));
         }
@@ -240,7 +242,8 @@ TEST(CRotation, XYZAnglesRoundTripInAllOrders) {
         for (int k = 0; k < 200; ++k) {
             double a[3] = {outer(rng), outer(rng), outer(rng)};
             a[MiddleAxis(order)] = middle(rng);
-            SCOPED_TRACE(::testing::Message() << "order " << order << " angles " << a[0] << " " << a[1] << " " << a[2]);
+            SCOPED_TRACE(::testing::Message()
+                         << "order " << order << " angles " << a[0] << " " << a[1] << " " << a[2]);
             const CVector3 back = CRotation(a[0], a[1], a[2], order).GetXYZAngles();
             // Within the principal ranges the angles are unique: they come back one by one.
             // (Budget 1e-11: cos of the middle angle is down to 0.07 here.)
@@ -274,7 +277,8 @@ TEST(CRotation, XYZAnglesAtGimbalLock) {
             for (int k = 0; k < 50; ++k) {
                 double a[3] = {outer(rng), outer(rng), outer(rng)};
                 a[MiddleAxis(order)] = lock;
-                SCOPED_TRACE(::testing::Message() << "order " << order << " angles " << a[0] << " " << a[1] << " " << a[2]);
+                SCOPED_TRACE(::testing::Message()
+                             << "order " << order << " angles " << a[0] << " " << a[1] << " " << a[2]);
                 const CRotation r(a[0], a[1], a[2], order);
                 const CVector3 back = r.GetXYZAngles();
                 EXPECT_NEAR(back[MiddleAxis(order)], lock, 1e-7);  // the middle angle is found
@@ -359,7 +363,8 @@ TEST(CRotation, InvertUndoes) {
 
 TEST(CRotation, FromMatrixAndQuaternion) {
     const M3 m = ByOrder(0.2, -0.7, 2.5, ovXYZ);
-    const CMatrix3 cm(m.m[0][0], m.m[0][1], m.m[0][2], m.m[1][0], m.m[1][1], m.m[1][2], m.m[2][0], m.m[2][1], m.m[2][2]);
+    const CMatrix3 cm(m.m[0][0], m.m[0][1], m.m[0][2], m.m[1][0], m.m[1][1], m.m[1][2], m.m[2][0], m.m[2][1],
+                      m.m[2][2]);
     const CRotation r(cm);
     ExpectMatrix(r.GetMatrix(), m);
     EXPECT_TRUE(CRotation(r.GetQuaternion()).Equals(r, kExact));

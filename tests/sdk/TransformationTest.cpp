@@ -1,9 +1,8 @@
 // ORV::MATH::CTransformation and the pose mapping functions against hand-computed poses.
 //
 // Error budget: 1e-12 for exact algebra (products of a few rotations and scales of size ~10).
-#include <orv/Math.h>
-
 #include <gtest/gtest.h>
+#include <orv/Math.h>
 
 #include <cmath>
 #include <random>
@@ -21,7 +20,9 @@ void ExpectVector(const CVector3& v, double x, double y, double z, double eps = 
     EXPECT_NEAR(v.z, z, eps);
 }
 
-CTransformation Make(const CVector3& s, const CRotation& r, const CVector3& t) { return CTransformation(s, r, t); }
+CTransformation Make(const CVector3& s, const CRotation& r, const CVector3& t) {
+    return CTransformation(s, r, t);
+}
 
 CVector3 Apply(const CTransformation& t, const CVector3& p) {
     CVector3 v;
@@ -91,10 +92,12 @@ TEST(CTransformation, RotationAccessors) {
 TEST(CTransformation, RotationFromXYZAxes) {
     CTransformation t;
     // Rows of the matrix: X goes to (0,1,0), Y to (-1,0,0): a quarter turn about Z.
-    EXPECT_EQ(t.SetRotationFromXYZAxes(CVector3(0, 2, 0), CVector3(-1, 0, 0), CVector3(0, 0, 3)), CStatus::OK);
+    EXPECT_EQ(t.SetRotationFromXYZAxes(CVector3(0, 2, 0), CVector3(-1, 0, 0), CVector3(0, 0, 3)),
+              CStatus::OK);
     EXPECT_TRUE(t.GetRotation().Equals(kZ90, kExact));
     // Slightly off axes give the nearest rotation.
-    EXPECT_EQ(t.SetRotationFromXYZAxes(CVector3(1, 1e-10, 0), CVector3(0, 1, 0), CVector3(0, 0, 1)), CStatus::OK);
+    EXPECT_EQ(t.SetRotationFromXYZAxes(CVector3(1, 1e-10, 0), CVector3(0, 1, 0), CVector3(0, 0, 1)),
+              CStatus::OK);
     EXPECT_TRUE(t.GetRotation().Equals(CRotation(), 1e-9));
 }
 
@@ -103,7 +106,8 @@ TEST(CTransformation, RotationFromBadAxesIsRefused) {
     t.SetRotation(kZ90);
     EXPECT_EQ(t.SetRotationFromXYZAxes(CVector3(1, 0, 0), CVector3(0, 1, 0), CVector3(0, 0, -1)),
               CStatus::InvalidArgument);  // left-handed
-    EXPECT_EQ(t.SetRotationFromXYZAxes(CVector3(1, 0, 0), CVector3(), CVector3(0, 0, 1)), CStatus::InvalidArgument);
+    EXPECT_EQ(t.SetRotationFromXYZAxes(CVector3(1, 0, 0), CVector3(), CVector3(0, 0, 1)),
+              CStatus::InvalidArgument);
     EXPECT_EQ(t.SetRotationFromXYZAxes(CVector3(1, 0, 0), CVector3(2, 0, 0), CVector3(0, 0, 1)),
               CStatus::InvalidArgument);  // parallel
     EXPECT_TRUE(t.GetRotation().Equals(kZ90, kExact));
@@ -123,9 +127,9 @@ TEST(CTransformation, Matrix4RoundTripWithNonUniformScale) {
     std::mt19937 rng(5);
     std::uniform_real_distribution<double> angle(-PI, PI), scale(0.2, 5.0), pos(-100, 100);
     for (int k = 0; k < 100; ++k) {
-        const CTransformation t = Make(CVector3(scale(rng), scale(rng), scale(rng)),
-                                       CRotation(angle(rng), angle(rng) / 2, angle(rng)),
-                                       CVector3(pos(rng), pos(rng), pos(rng)));
+        const CTransformation t =
+            Make(CVector3(scale(rng), scale(rng), scale(rng)),
+                 CRotation(angle(rng), angle(rng) / 2, angle(rng)), CVector3(pos(rng), pos(rng), pos(rng)));
         CTransformation back;
         ASSERT_EQ(back.SetMatrix4(t.GetMatrix4()), CStatus::OK);
         EXPECT_TRUE(back.Equals(t, kExact));
@@ -171,11 +175,13 @@ TEST(CTransformation, MulMatchesApplyingOneAfterTheOther) {
     std::uniform_real_distribution<double> angle(-PI, PI), scale(0.5, 2.0), pos(-10, 10);
     for (int k = 0; k < 100; ++k) {
         // a with any scale, b with a uniform positive one: the product is exact.
-        const CTransformation a = Make(CVector3(scale(rng), scale(rng), -scale(rng)),
-                                       CRotation(angle(rng), angle(rng), angle(rng)), CVector3(pos(rng), pos(rng), pos(rng)));
+        const CTransformation a =
+            Make(CVector3(scale(rng), scale(rng), -scale(rng)), CRotation(angle(rng), angle(rng), angle(rng)),
+                 CVector3(pos(rng), pos(rng), pos(rng)));
         const double s = scale(rng);
-        const CTransformation b = Make(CVector3(s, s, s), CRotation(angle(rng), angle(rng), angle(rng), ovZYX),
-                                       CVector3(pos(rng), pos(rng), pos(rng)));
+        const CTransformation b =
+            Make(CVector3(s, s, s), CRotation(angle(rng), angle(rng), angle(rng), ovZYX),
+                 CVector3(pos(rng), pos(rng), pos(rng)));
         CTransformation ab;
         ab.Mul(a, b);
         const CVector3 p(pos(rng), pos(rng), pos(rng));
@@ -298,8 +304,9 @@ TEST(PoseMapping, RandomRoundTrip) {
         const double s = scale(rng);
         const CTransformation parent = Make(CVector3(s, s, s), CRotation(angle(rng), angle(rng), angle(rng)),
                                             CVector3(pos(rng), pos(rng), pos(rng)));
-        const CTransformation global = Make(CVector3(scale(rng), scale(rng), scale(rng)),
-                                            CRotation(angle(rng), angle(rng), angle(rng)), CVector3(pos(rng), pos(rng), pos(rng)));
+        const CTransformation global =
+            Make(CVector3(scale(rng), scale(rng), scale(rng)), CRotation(angle(rng), angle(rng), angle(rng)),
+                 CVector3(pos(rng), pos(rng), pos(rng)));
         const CTransformation local = MapWorldPoseToObjectSpace(parent, global);
         EXPECT_TRUE(MapObjectPoseToWorldSpace(parent, local).Equals(global, 1e-11));
     }

@@ -2,9 +2,8 @@
 //
 // Error budget: 1e-12 wherever the result is exact algebra on small numbers (a few rounding
 // steps of 1e-16 each); exact equality where the operations are exact in binary.
-#include <orv/Math.h>
-
 #include <gtest/gtest.h>
+#include <orv/Math.h>
 
 #include <cmath>
 
