@@ -3,6 +3,7 @@
 #include <glob.h>
 #include <unistd.h>
 
+#include <cwchar>
 #include <cwctype>
 
 #include "core/InputStream.h"
@@ -135,8 +136,11 @@ bool FileManager::getFilesOfType(ORV::CStringArray& files, FileType type, Scope 
         glob_t matches{};
         if (glob(pattern.GetAsciiString(), 0, nullptr, &matches) == 0) {
             for (size_t i = 0; i < matches.gl_pathc; ++i) {
+                // The part behind the last "/": glob answers with the pattern's own separators.
                 const ORV::CString match(matches.gl_pathv[i]);
-                files.Add(substring(match, lastSeparator(match) + 1, static_cast<long>(match.Length())));
+                long slash = static_cast<long>(match.Length()) - 1;
+                while (slash >= 0 && match[slash] != L'/') --slash;
+                files.Add(substring(match, slash + 1, static_cast<long>(match.Length())));
             }
         }
         globfree(&matches);
@@ -159,7 +163,8 @@ bool FileManager::userSelectFileOfType(FileType type, const ORV::CString& title,
     // 2. A temporary page on the scene root with one string parameter.
     ORV::Application app;
     ORV::Model root = app.GetActiveSceneRoot();
-    ORV::CustomProperty page(root.AddProperty(L"Custom_parameter_list", false, title));
+    ORV::CustomProperty page;
+    root.AddCustomProperty(title, false, page);
     if (!page.IsValid()) return false;
     ORV::Parameter parameter;
     page.AddParameter(L"File", ORV::ovString, ORV::ovPersistable, L"", L"", ORV::CValue(defaultValue),

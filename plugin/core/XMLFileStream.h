@@ -5,7 +5,13 @@
 // written when the stream goes away.
 #pragma once
 
-#include <xercesc/dom/DOM.hpp>
+// Only the node interfaces: the whole DOM header set would make every includer link the XML
+// library itself, and nothing outside this wrapper should.
+#include <xercesc/dom/DOMDocument.hpp>
+#include <xercesc/dom/DOMElement.hpp>
+#include <xercesc/dom/DOMNamedNodeMap.hpp>
+#include <xercesc/dom/DOMNode.hpp>
+#include <xercesc/dom/DOMNodeList.hpp>
 
 #include <orv/ORV.h>
 

@@ -197,7 +197,7 @@ TEST(InputStream, ReadLineKeepsTheBlankBeforeAComment) {
     ORV::CString line;
     in.readLine(line);
     EXPECT_EQ(line.std(), L"abc ");
-    EXPECT_EQ(*in.current, '\r');  // the rest of the comment is skipped up to the line feed
+    EXPECT_EQ(*in.current, '\n');  // the comment is skipped up to, not including, the line feed
     in.readLine(line);
     EXPECT_EQ(line.std(), L"next");
 }

