@@ -13,10 +13,10 @@
 namespace ZUK {
 
 const wchar_t* const FileManager::ADDON_PATH = L"/Addons/Trovo/Data/";
-const wchar_t* const FileManager::TYPE_PATHS[NUM_TYPE_PATHS] = {
-    L"Structures/", L"Structures/", L"Structures/Mocap/", L"TagTemplates/"};
-const wchar_t* const FileManager::TYPE_SUFFIXES[NUM_TYPES] = {
-    L".structure", L".base", L".structure", L".tagt", L".retarget", L".frpre"};
+const wchar_t* const FileManager::TYPE_PATHS[NUM_TYPE_PATHS] = {L"Structures/", L"Structures/",
+                                                                L"Structures/Mocap/", L"TagTemplates/"};
+const wchar_t* const FileManager::TYPE_SUFFIXES[NUM_TYPES] = {L".structure", L".base",     L".structure",
+                                                              L".tagt",      L".retarget", L".frpre"};
 const wchar_t* const FileManager::PREFERENCES_FILE = L"retargetpref.cfg";
 const wchar_t* const FileManager::PREFERENCES_VERSION = L"Version1.1";
 
@@ -26,16 +26,11 @@ bool FileManager::rootsFilled = false;
 namespace {
 
 // Host location kinds of the three scopes: user, shared, factory.
-const int SCOPE_LOCATIONS[FileManager::NUM_SCOPES] = {ORV::ovUserPath, ORV::ovSharedPath,
-                                                      ORV::ovFactoryPath};
+const int SCOPE_LOCATIONS[FileManager::NUM_SCOPES] = {ORV::ovUserPath, ORV::ovSharedPath, ORV::ovFactoryPath};
 
-bool hasFolder(FileManager::FileType type) {
-    return type >= 0 && type < FileManager::NUM_TYPE_PATHS;
-}
+bool hasFolder(FileManager::FileType type) { return type >= 0 && type < FileManager::NUM_TYPE_PATHS; }
 
-bool validScope(FileManager::Scope scope) {
-    return scope >= 0 && scope < FileManager::NUM_SCOPES;
-}
+bool validScope(FileManager::Scope scope) { return scope >= 0 && scope < FileManager::NUM_SCOPES; }
 
 ORV::CString userLocation() { return ORV::Application().GetInstallationPath(ORV::ovUserPath); }
 
@@ -113,8 +108,7 @@ bool FileManager::getStorePath(FileType type, ORV::CString& path, Scope scope) {
     return false;
 }
 
-bool FileManager::getLoadPath(FileType type, const ORV::CString& name, ORV::CString& path,
-                              Scope scope) {
+bool FileManager::getLoadPath(FileType type, const ORV::CString& name, ORV::CString& path, Scope scope) {
     if (!validScope(scope) || !hasFolder(type)) return false;
     for (int s = scope; s < NUM_SCOPES; ++s) {
         if (roots[s].IsEmpty()) continue;
@@ -173,11 +167,10 @@ bool FileManager::userSelectFileOfType(FileType type, const ORV::CString& title,
     // 3. Its layout: one combo box.
     ORV::PPGLayout layout = page.GetPPGLayout();
     layout.Clear();
-    layout.AddEnumControl(L"File", items, L"File", ORV::CString(ORV::CValue(ORV::ovControlCombo)));
+    layout.AddEnumControl(L"File", items, L"File", L"Combo");  // ovControlCombo
 
     // 4. Shown modally; 5. read back on OK, removed in every case.
-    const bool accepted =
-        Util::inspectObj(ORV::CValue(page.GetRef()), L"", title, ORV::CValue(4), true);
+    const bool accepted = Util::inspectObj(ORV::CValue(page.GetRef()), L"", title, ORV::CValue(4), true);
     if (accepted) file = ORV::CString(page.GetParameterValue(L"File"));
     Util::deleteObj(page.GetFullName());
     return accepted;

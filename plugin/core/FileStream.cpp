@@ -25,9 +25,7 @@ void FileStream::close() {
     file = nullptr;
 }
 
-bool FileStream::seek(int offset) {
-    return file && std::fseek(file, offset, SEEK_SET) == 0;
-}
+bool FileStream::seek(int offset) { return file && std::fseek(file, offset, SEEK_SET) == 0; }
 
 float FileStream::convertFloat(float value) const {
     if (floatFormat != DEC) return value;

@@ -2,10 +2,10 @@
 // little-endian; floats go through convertFloat, which knows the DEC (VAX) layout.
 #pragma once
 
+#include <orv/ORV.h>
+
 #include <cstdio>
 #include <string>
-
-#include <orv/ORV.h>
 
 // The length of an open file, by seeking to its end and back; the position is restored.
 // A 32-bit signed length: files of 2 GiB or more are beyond the system. -1 when the file

@@ -71,8 +71,7 @@ InputStream& InputStream::operator>>(char& c) {
     return *this;
 }
 
-InputStream& InputStream::readDelimitedString(ORV::CString& token,
-                                              const ORV::CString& delimiters) {
+InputStream& InputStream::readDelimitedString(ORV::CString& token, const ORV::CString& delimiters) {
     previous = current;
     skipWhitespace();
     if (!current) return *this;

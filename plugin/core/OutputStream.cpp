@@ -5,9 +5,7 @@
 
 namespace ZUK {
 
-OutputStream::OutputStream(const ORV::CString& path) {
-    file = std::fopen(path.GetAsciiString(), "wt");
-}
+OutputStream::OutputStream(const ORV::CString& path) { file = std::fopen(path.GetAsciiString(), "wt"); }
 
 OutputStream::~OutputStream() {
     if (file) std::fclose(file);
@@ -42,9 +40,7 @@ OutputStream& OutputStream::operator<<(const ORV::MATH::CVector3& v) {
     return *this << v.GetX() << v.GetY() << v.GetZ();
 }
 
-OutputStream& OutputStream::operator<<(const ORV::MATH::CRotation& r) {
-    return *this << r.GetXYZAngles();
-}
+OutputStream& OutputStream::operator<<(const ORV::MATH::CRotation& r) { return *this << r.GetXYZAngles(); }
 
 OutputStream& OutputStream::operator<<(const ORV::MATH::CTransformation& t) {
     return *this << t.GetRotation() << t.GetTranslation();

@@ -3,9 +3,9 @@
 // a stream whose open failed are not guarded.
 #pragma once
 
-#include <cstdio>
-
 #include <orv/ORV.h>
+
+#include <cstdio>
 
 namespace ZUK {
 

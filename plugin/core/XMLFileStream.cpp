@@ -1,5 +1,7 @@
 #include "core/XMLFileStream.h"
 
+#include <cstdio>
+#include <cstring>
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/framework/LocalFileFormatTarget.hpp>
 #include <xercesc/framework/LocalFileInputSource.hpp>
@@ -7,9 +9,6 @@
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLString.hpp>
 #include <xercesc/util/XMLUni.hpp>
-
-#include <cstdio>
-#include <cstring>
 
 #include "core/FileManager.h"
 #include "core/FileStream.h"
@@ -158,8 +157,7 @@ void XMLFileStream::ReadDOMTree() {
         parser->parse(source);
         const XMLSize_t count = parser->getErrorCount();
         ok = count == 0;
-        if (count > 0)
-            AddError(L"Parsing " + path + L" error count: " + intText(static_cast<int>(count)));
+        if (count > 0) AddError(L"Parsing " + path + L" error count: " + intText(static_cast<int>(count)));
     } catch (const XMLException& e) {
         AddError(L"DOM Exception parsing " + path + L"\n reports: \n" + exceptionText(e));
     } catch (const DOMException& e) {
@@ -264,7 +262,8 @@ DOMElement* XMLFileStream::FindElement(DOMElement* parent, ORV::CString name) {
     const XMLCh* wantedName = wanted;
     if (!wantedName) return nullptr;
     for (DOMNode* child = parent->getFirstChild(); child; child = child->getNextSibling()) {
-        if (child->getNodeType() == DOMNode::ELEMENT_NODE && XMLString::equals(child->getNodeName(), wantedName))
+        if (child->getNodeType() == DOMNode::ELEMENT_NODE &&
+            XMLString::equals(child->getNodeName(), wantedName))
             return static_cast<DOMElement*>(child);
     }
     return nullptr;
@@ -335,7 +334,8 @@ DOMElement* XMLFileStream::WriteElement(DOMElement* parent, const ORV::CString& 
 }
 
 DOMElement* XMLFileStream::WriteElement(DOMElement* parent, const ORV::CString& name,
-                                        const ORV::CString& attributeName, const ORV::CString& attributeValue) {
+                                        const ORV::CString& attributeName,
+                                        const ORV::CString& attributeValue) {
     DOMElement* element = WriteElement(parent, name);
     if (element) SetAttributeValue(element, attributeName, attributeValue);
     return element;
@@ -343,7 +343,8 @@ DOMElement* XMLFileStream::WriteElement(DOMElement* parent, const ORV::CString& 
 
 // ---- Attributes ---------------------------------------------------------------------------
 
-void XMLFileStream::SetAttributeValue(DOMElement* element, const ORV::CString& name, const ORV::CString& value) {
+void XMLFileStream::SetAttributeValue(DOMElement* element, const ORV::CString& name,
+                                      const ORV::CString& value) {
     if (!element) return;
     XMLStringConverter attribute(name.GetAsciiString());
     XMLStringConverter text(value.GetAsciiString());
@@ -366,7 +367,8 @@ void XMLFileStream::SetAttributeValue(DOMElement* element, const ORV::CString& n
 
 void XMLFileStream::SetAttributeValue(DOMElement* element, const ORV::CString& name,
                                       const ORV::MATH::CTransformation& value) {
-    SetAttributeValue(element, name, rotationText(value.GetRotation()) + L"," + vectorText(value.GetTranslation()));
+    SetAttributeValue(element, name,
+                      rotationText(value.GetRotation()) + L"," + vectorText(value.GetTranslation()));
 }
 
 bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name, ORV::CString& out) {
@@ -380,24 +382,28 @@ bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& n
     return true;
 }
 
-bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name, ORV::MATH::CVector3& out) {
+bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name,
+                                      ORV::MATH::CVector3& out) {
     ORV::CString text;
     if (!GetAttributeValue(element, name, text)) return false;
     const ORV::CStringArray parts = text.Split(L",");
     if (parts.GetCount() != 3) {
-        AddError(L"Error reading CVector3 Attribute : <" + name + L"> not found under : " + GetNodeName(element));
+        AddError(L"Error reading CVector3 Attribute : <" + name + L"> not found under : " +
+                 GetNodeName(element));
         return false;
     }
     out.Set(toDouble(parts[0]), toDouble(parts[1]), toDouble(parts[2]));
     return true;
 }
 
-bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name, ORV::MATH::CRotation& out) {
+bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name,
+                                      ORV::MATH::CRotation& out) {
     ORV::CString text;
     if (!GetAttributeValue(element, name, text)) return false;
     const ORV::CStringArray parts = text.Split(L",");
     if (parts.GetCount() != 4) {
-        AddError(L"Error reading CRotation Attribute : <" + name + L"> not found under : " + GetNodeName(element));
+        AddError(L"Error reading CRotation Attribute : <" + name + L"> not found under : " +
+                 GetNodeName(element));
         return false;
     }
     const ORV::MATH::CVector3 axis(toDouble(parts[0]), toDouble(parts[1]), toDouble(parts[2]));
@@ -450,7 +456,8 @@ int XMLFileStream::getINIValue(const ORV::CString& section, const ORV::CString& 
     return static_cast<int>(ORV::CValue(text));
 }
 
-bool XMLFileStream::setINIValue(const ORV::CString& section, const ORV::CString& key, const ORV::CString& value) {
+bool XMLFileStream::setINIValue(const ORV::CString& section, const ORV::CString& key,
+                                const ORV::CString& value) {
     DOMElement* element = getINIElement(section, key);
     if (!element) return false;
     // "FILEPATHS" holds last used folders, whatever the caller passes.
@@ -474,7 +481,8 @@ DOMElement* XMLFileStream::WriteParameter(ORV::Parameter parameter, DOMElement* 
     return element;
 }
 
-DOMElement* XMLFileStream::WriteParameterSet(ORV::CustomProperty property, DOMElement* parent, ORV::CString name) {
+DOMElement* XMLFileStream::WriteParameterSet(ORV::CustomProperty property, DOMElement* parent,
+                                             ORV::CString name) {
     DOMElement* element = WriteElement(parent, name);
     if (!element) return nullptr;
     const ORV::CRefArray parameters = property.GetParameters();
@@ -534,8 +542,8 @@ bool XMLFileStream::CreateParameterSet(ORV::CustomProperty property, DOMNode* no
         else
             defaultValue = ORV::CValue(defaultText);
         ORV::Parameter added;
-        property.AddParameter(scriptName, type, static_cast<int>(ORV::CValue(capabilities)), label, description,
-                              defaultValue, added);
+        property.AddParameter(scriptName, type, static_cast<int>(ORV::CValue(capabilities)), label,
+                              description, defaultValue, added);
     }
     return result;
 }

@@ -7,13 +7,13 @@
 
 // Only the node interfaces: the whole DOM header set would make every includer link the XML
 // library itself, and nothing outside this wrapper should.
+#include <orv/ORV.h>
+
 #include <xercesc/dom/DOMDocument.hpp>
 #include <xercesc/dom/DOMElement.hpp>
 #include <xercesc/dom/DOMNamedNodeMap.hpp>
 #include <xercesc/dom/DOMNode.hpp>
 #include <xercesc/dom/DOMNodeList.hpp>
-
-#include <orv/ORV.h>
 
 XERCES_CPP_NAMESPACE_BEGIN
 class XercesDOMParser;
@@ -78,13 +78,11 @@ public:
     xercesc::DOMElement* WriteElement(xercesc::DOMElement* parent, const ORV::CString& name,
                                       const ORV::CString& value);
     xercesc::DOMElement* WriteElement(xercesc::DOMElement* parent, const ORV::CString& name,
-                                      const ORV::CString& attributeName,
-                                      const ORV::CString& attributeValue);
+                                      const ORV::CString& attributeName, const ORV::CString& attributeValue);
 
     // ---- Attributes. Vectors, rotations and transforms are comma-separated numbers in the
     // host's text form: x,y,z; axis x,y,z,angle; axis x,y,z,angle,translation x,y,z.
-    void SetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name,
-                           const ORV::CString& value);
+    void SetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name, const ORV::CString& value);
     void SetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name,
                            const ORV::MATH::CVector3& value);
     void SetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name,
@@ -92,10 +90,8 @@ public:
     void SetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name,
                            const ORV::MATH::CTransformation& value);
     bool GetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name, ORV::CString& out);
-    bool GetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name,
-                           ORV::MATH::CVector3& out);
-    bool GetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name,
-                           ORV::MATH::CRotation& out);
+    bool GetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name, ORV::MATH::CVector3& out);
+    bool GetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name, ORV::MATH::CRotation& out);
     bool GetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name,
                            ORV::MATH::CTransformation& out);
 

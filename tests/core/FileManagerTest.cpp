@@ -77,24 +77,28 @@ TEST_F(FileManagerTest, LoadPathWithANameInUserAndFactoryGivesTheUserCopy) {
     put(user, "Structures/", "biped.structure");
     put(factory, "Structures/", "biped.structure");
     ORV::CString path;
-    ASSERT_TRUE(FileManager::getLoadPath(FileManager::STRUCTURE_FILE, L"biped", path, FileManager::USER_SCOPE));
+    ASSERT_TRUE(
+        FileManager::getLoadPath(FileManager::STRUCTURE_FILE, L"biped", path, FileManager::USER_SCOPE));
     EXPECT_EQ(path.std(), w(user + "/Addons/Trovo/Data/Structures/biped.structure"));
 }
 
 TEST_F(FileManagerTest, LoadPathFromTheFactoryScopeDoesNotLookAtTheUserCopy) {
     put(user, "Structures/", "biped.structure");
     ORV::CString path(L"unchanged");
-    EXPECT_FALSE(FileManager::getLoadPath(FileManager::STRUCTURE_FILE, L"biped", path, FileManager::FACTORY_SCOPE));
+    EXPECT_FALSE(
+        FileManager::getLoadPath(FileManager::STRUCTURE_FILE, L"biped", path, FileManager::FACTORY_SCOPE));
     EXPECT_EQ(path.std(), L"unchanged");
     put(factory, "Structures/", "biped.structure");
-    ASSERT_TRUE(FileManager::getLoadPath(FileManager::STRUCTURE_FILE, L"biped", path, FileManager::FACTORY_SCOPE));
+    ASSERT_TRUE(
+        FileManager::getLoadPath(FileManager::STRUCTURE_FILE, L"biped", path, FileManager::FACTORY_SCOPE));
     EXPECT_EQ(path.std(), w(factory + "/Addons/Trovo/Data/Structures/biped.structure"));
 }
 
 TEST_F(FileManagerTest, LoadPathFallsBackToTheSharedCopy) {
     put(shared, "TagTemplates/", "hands.tagt");
     ORV::CString path;
-    ASSERT_TRUE(FileManager::getLoadPath(FileManager::TAG_TEMPLATE_FILE, L"hands", path, FileManager::USER_SCOPE));
+    ASSERT_TRUE(
+        FileManager::getLoadPath(FileManager::TAG_TEMPLATE_FILE, L"hands", path, FileManager::USER_SCOPE));
     EXPECT_EQ(path.std(), w(shared + "/Addons/Trovo/Data/TagTemplates/hands.tagt"));
 }
 
@@ -102,15 +106,18 @@ TEST_F(FileManagerTest, LoadPathUsesTheSuffixOfTheType) {
     put(user, "Structures/Mocap/", "marker.structure");
     put(user, "Structures/", "biped.base");
     ORV::CString path;
-    EXPECT_TRUE(FileManager::getLoadPath(FileManager::MOCAP_STRUCTURE_FILE, L"marker", path, FileManager::USER_SCOPE));
+    EXPECT_TRUE(FileManager::getLoadPath(FileManager::MOCAP_STRUCTURE_FILE, L"marker", path,
+                                         FileManager::USER_SCOPE));
     EXPECT_TRUE(FileManager::getLoadPath(FileManager::BASE_FILE, L"biped", path, FileManager::USER_SCOPE));
-    EXPECT_FALSE(FileManager::getLoadPath(FileManager::STRUCTURE_FILE, L"marker", path, FileManager::USER_SCOPE));
+    EXPECT_FALSE(
+        FileManager::getLoadPath(FileManager::STRUCTURE_FILE, L"marker", path, FileManager::USER_SCOPE));
 }
 
 TEST_F(FileManagerTest, StorePathWithScopeThreeFailsAtOnce) {
     put(user, "Structures/", "biped.structure");
     ORV::CString path(L"unchanged");
-    EXPECT_FALSE(FileManager::getStorePath(FileManager::STRUCTURE_FILE, path, static_cast<FileManager::Scope>(3)));
+    EXPECT_FALSE(
+        FileManager::getStorePath(FileManager::STRUCTURE_FILE, path, static_cast<FileManager::Scope>(3)));
     EXPECT_EQ(path.std(), L"unchanged");
 }
 
@@ -178,7 +185,8 @@ TEST_F(FileManagerTest, StructurePathIsTheUserLocation) {
 TEST_F(FileManagerTest, ReadabilityTests) {
     put(user, "Structures/", "a.structure");
     EXPECT_TRUE(FileManager::dirIsReadable(ORV::CString((user + "/Addons/Trovo/Data/Structures/").c_str())));
-    EXPECT_TRUE(FileManager::fileIsReadable(ORV::CString((user + "/Addons/Trovo/Data/Structures/a.structure").c_str())));
+    EXPECT_TRUE(FileManager::fileIsReadable(
+        ORV::CString((user + "/Addons/Trovo/Data/Structures/a.structure").c_str())));
     EXPECT_FALSE(FileManager::fileIsReadable(ORV::CString((user + "/none").c_str())));
     EXPECT_FALSE(FileManager::dirIsReadable(ORV::CString((user + "/none/").c_str())));
 }
@@ -221,8 +229,8 @@ TEST(FileManagerPaths, ExtractBaseNameCutsAtStructure) {
 TEST_F(FileManagerTest, PreferencesStartFromTheUserLocationAndZero) {
     EXPECT_EQ(FileManager::getFilePath(L"BVHDir").std(), w(user));
     ASSERT_TRUE(FileManager::saveFilePath(L"BVHDir", L"/captures/bvh"));
-    const std::string expected = "Version1.1\n" + user + "\n" + user + "\n/captures/bvh\n" + user + "\n" + user +
-                                 "\n0 \n0 \n";
+    const std::string expected =
+        "Version1.1\n" + user + "\n" + user + "\n/captures/bvh\n" + user + "\n" + user + "\n0 \n0 \n";
     EXPECT_EQ(readFile(user + "/retargetpref.cfg"), expected);
 }
 
@@ -255,7 +263,7 @@ TEST_F(FileManagerTest, PreferencesOfAnotherVersionAreIgnored) {
 TEST_F(FileManagerTest, PreferenceWithABlankDoesNotSurviveItsNeighboursSave) {
     ASSERT_TRUE(FileManager::saveFilePath(L"C3DDir", L"/my captures"));
     EXPECT_EQ(FileManager::getFilePath(L"C3DDir").std(), L"/my captures");  // read as a line
-    ASSERT_TRUE(FileManager::saveFilePath(L"MapFileDir", L"/maps"));       // read as tokens
+    ASSERT_TRUE(FileManager::saveFilePath(L"MapFileDir", L"/maps"));        // read as tokens
     EXPECT_EQ(FileManager::getFilePath(L"C3DDir").std(), L"/my");
 }
 
@@ -268,7 +276,8 @@ TEST_F(FileManagerTest, UserSelectFileOfTypeGivesTheChosenValueOnOk) {
     orvhost::ClearAnswers();
     orvhost::QueueAnswer(ORV::CValue(true));
     ORV::CString file;
-    ASSERT_TRUE(FileManager::userSelectFileOfType(FileManager::TAG_TEMPLATE_FILE, L"Pick Template", L"feet", file));
+    ASSERT_TRUE(
+        FileManager::userSelectFileOfType(FileManager::TAG_TEMPLATE_FILE, L"Pick Template", L"feet", file));
     EXPECT_EQ(file.std(), L"feet");
     // The temporary page is gone again.
     ORV::Property left;
@@ -277,14 +286,33 @@ TEST_F(FileManagerTest, UserSelectFileOfTypeGivesTheChosenValueOnOk) {
         EXPECT_NE(ORV::Property(properties[i]).GetName().std(), L"Pick Template");
 }
 
+TEST_F(FileManagerTest, UserSelectFileOfTypeGivesWhatTheUserPicked) {
+    put(user, "TagTemplates/", "hands.tagt");
+    put(factory, "TagTemplates/", "feet.tagt");
+    orvhost::NewScene();
+    orvhost::ClearAnswers();
+    const std::size_t asked = orvhost::Questions().size();
+    orvhost::QueueAnswer(ORV::CValue(L"File=hands"));  // the user picks, then presses OK
+    ORV::CString file;
+    ASSERT_TRUE(
+        FileManager::userSelectFileOfType(FileManager::TAG_TEMPLATE_FILE, L"Pick Template", L"feet", file));
+    EXPECT_EQ(file.std(), L"hands");
+    ASSERT_EQ(orvhost::Questions().size(), asked + 1);
+    EXPECT_EQ(orvhost::Questions().back(), L"InspectObj: Pick Template");
+}
+
 TEST_F(FileManagerTest, UserSelectFileOfTypeFailsOnCancelAndRemovesThePage) {
     orvhost::NewScene();
     orvhost::ClearAnswers();
     orvhost::QueueAnswer(ORV::CValue(false));
+    orvhost::ClearLog();
     ORV::CString file(L"unchanged");
-    EXPECT_FALSE(FileManager::userSelectFileOfType(FileManager::STRUCTURE_FILE, L"Pick Structure", L"", file));
+    EXPECT_FALSE(
+        FileManager::userSelectFileOfType(FileManager::STRUCTURE_FILE, L"Pick Structure", L"", file));
     EXPECT_EQ(file.std(), L"unchanged");
     const ORV::CRefArray properties = ORV::Application().GetActiveSceneRoot().GetProperties();
     for (long i = 0; i < properties.GetCount(); ++i)
         EXPECT_NE(ORV::Property(properties[i]).GetName().std(), L"Pick Structure");
+    EXPECT_TRUE(orvhost::LogTexts(ORV::ovWarning).empty());
+    EXPECT_TRUE(orvhost::LogTexts(ORV::ovError).empty());
 }

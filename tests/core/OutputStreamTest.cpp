@@ -152,8 +152,14 @@ TEST(OutputStream, VectorsRotationsAndTransformsReadBackWithoutLoss) {
 
 TEST(OutputStream, ExtremeDoublesReadBackExactly) {
     TempDir dir;
-    const double values[] = {0.0, -0.0, 1e-300, -1.7976931348623157e308, 4.9406564584124654e-324,
-                             0.1, 1.0 / 3.0, 123456789.123456789};
+    const double values[] = {0.0,
+                             -0.0,
+                             1e-300,
+                             -1.7976931348623157e308,
+                             4.9406564584124654e-324,
+                             0.1,
+                             1.0 / 3.0,
+                             123456789.123456789};
     {
         ZUK::OutputStream out(dir.wfile("extreme.txt"));
         for (double v : values) out << v;

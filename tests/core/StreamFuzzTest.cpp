@@ -37,18 +37,68 @@ void drainTextStream(const ORV::CString& path, std::mt19937& engine) {
     for (int step = 0; step < 10000 && !in.atEnd(); ++step) {
         const char* before = in.current;
         switch (engine() % 12) {
-            case 0: { int i; in >> i; break; }
-            case 1: { double d; in >> d; break; }
-            case 2: { ORV::CString s; in >> s; break; }
-            case 3: { bool b; in >> b; break; }
-            case 4: { ORV::MATH::CVector3 v; in >> v; break; }
-            case 5: { ORV::MATH::CRotation r; in >> r; break; }
-            case 6: { ORV::MATH::CTransformation t; in >> t; break; }
-            case 7: { ORV::CString s; in.readLine(s); if (in.current == before && !in.atEnd()) ++in.current; break; }
-            case 8: { ORV::CString s; in.readDelimitedString(s, L",{}"); if (in.current == before) ++in.current; break; }
-            case 9: { in.findDelimiters(L"}"); if (!in.atEnd()) ++in.current; break; }
-            case 10: { in.isCR(); if (in.current <= before && !in.atEnd()) in.current = const_cast<char*>(before) + 1; break; }
-            default: { char c; in >> c; break; }
+            case 0: {
+                int i;
+                in >> i;
+                break;
+            }
+            case 1: {
+                double d;
+                in >> d;
+                break;
+            }
+            case 2: {
+                ORV::CString s;
+                in >> s;
+                break;
+            }
+            case 3: {
+                bool b;
+                in >> b;
+                break;
+            }
+            case 4: {
+                ORV::MATH::CVector3 v;
+                in >> v;
+                break;
+            }
+            case 5: {
+                ORV::MATH::CRotation r;
+                in >> r;
+                break;
+            }
+            case 6: {
+                ORV::MATH::CTransformation t;
+                in >> t;
+                break;
+            }
+            case 7: {
+                ORV::CString s;
+                in.readLine(s);
+                if (in.current == before && !in.atEnd()) ++in.current;
+                break;
+            }
+            case 8: {
+                ORV::CString s;
+                in.readDelimitedString(s, L",{}");
+                if (in.current == before) ++in.current;
+                break;
+            }
+            case 9: {
+                in.findDelimiters(L"}");
+                if (!in.atEnd()) ++in.current;
+                break;
+            }
+            case 10: {
+                in.isCR();
+                if (in.current <= before && !in.atEnd()) in.current = const_cast<char*>(before) + 1;
+                break;
+            }
+            default: {
+                char c;
+                in >> c;
+                break;
+            }
         }
         ASSERT_GE(in.current, in.buffer);
         ASSERT_LE(in.current, in.end);
@@ -86,18 +136,41 @@ TEST(StreamFuzz, BinaryReaderTakesRandomAndTruncatedInput) {
         in.setFloatFormat(static_cast<FileStream::FloatFormat>(84 + engine() % 3));
         for (int step = 0; step < 40; ++step) {
             switch (engine() % 6) {
-                case 0: { float f; in >> f; break; }
-                case 1: { short s; in >> s; break; }
-                case 2: { unsigned char u; in >> u; break; }
-                case 3: { std::string s; in.readString(s, static_cast<int>(engine() % 9) - 1); break; }
-                case 4: { char block[32]; in.readBytes(block, static_cast<int>(engine() % 33)); break; }
-                default: in.seek(static_cast<int>(engine() % 80)); break;
+                case 0: {
+                    float f;
+                    in >> f;
+                    break;
+                }
+                case 1: {
+                    short s;
+                    in >> s;
+                    break;
+                }
+                case 2: {
+                    unsigned char u;
+                    in >> u;
+                    break;
+                }
+                case 3: {
+                    std::string s;
+                    in.readString(s, static_cast<int>(engine() % 9) - 1);
+                    break;
+                }
+                case 4: {
+                    char block[32];
+                    in.readBytes(block, static_cast<int>(engine() % 33));
+                    break;
+                }
+                default:
+                    in.seek(static_cast<int>(engine() % 80));
+                    break;
             }
         }
     }
     // Every short read was logged with the one message form.
     for (const std::wstring& text : orvhost::LogTexts(4))
-        EXPECT_EQ(text.rfind(L"readBytes() failed: expected ", 0), 0u) << std::string(text.begin(), text.end());
+        EXPECT_EQ(text.rfind(L"readBytes() failed: expected ", 0), 0u)
+            << std::string(text.begin(), text.end());
 }
 
 TEST(StreamFuzz, XMLDocumentStreamFailsCleanlyOnBrokenDocuments) {

@@ -2,16 +2,15 @@
 // per test (never the source tree) and small file writers.
 #pragma once
 
+#include <dirent.h>
+#include <orv/ORV.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
-
-#include <dirent.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <orv/ORV.h>
 
 namespace streamtest {
 

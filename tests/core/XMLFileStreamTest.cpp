@@ -1,7 +1,6 @@
 // The XML document stream: opening and writing on close, navigation, element values, typed
 // attributes, the settings document, parameter sets, and the errors shown when it closes.
 #include <gtest/gtest.h>
-
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -152,8 +151,7 @@ TEST_F(XMLFileStreamTest, DocumentThatFailsToParseGivesTheParsingLineAndAnAlertO
         EXPECT_EQ(in.getINIValue(L"A", L"B", L"default").std(), L"default");
         EXPECT_FALSE(in.readElementValue(nullptr, L"A", value));
     }
-    const std::wstring expected =
-        summary(path, {parsingLine, L"DOMElement : <A> not found under : "});
+    const std::wstring expected = summary(path, {parsingLine, L"DOMElement : <A> not found under : "});
     const std::vector<std::wstring> warnings = orvhost::LogTexts(4);
     ASSERT_EQ(warnings.size(), 1u);
     EXPECT_EQ(warnings[0], expected);
@@ -215,7 +213,8 @@ TEST_F(XMLFileStreamTest, NestedStreamsEachPairTheirPlatformUse) {
 // ---- Navigation and element values
 
 TEST_F(XMLFileStreamTest, ChildElementsCountOnlyElements) {
-    writeFile(dir.file("doc.xml"), "<?xml version=\"1.0\"?>\n<ROOT>text<!-- c --><A/>\n  <B>b</B><A>second</A></ROOT>");
+    writeFile(dir.file("doc.xml"),
+              "<?xml version=\"1.0\"?>\n<ROOT>text<!-- c --><A/>\n  <B>b</B><A>second</A></ROOT>");
     XMLFileStream in(dir.wfile("doc.xml"), true, false);
     xercesc::DOMElement* root = in.document->getDocumentElement();
     EXPECT_EQ(in.GetNumChildElements(root), 3);
@@ -297,8 +296,9 @@ TEST_F(XMLFileStreamTest, ElementNameThatIsNoXMLNameGivesAnErrorAndNoElement) {
     EXPECT_EQ(out.WriteElement(nullptr, L"A"), nullptr);
     EXPECT_FALSE(out.ok);
     ASSERT_EQ(out.errors.GetCount(), 2);
-    EXPECT_EQ(out.errors[0].std().rfind(L"DOM Exception Writing " + w(dir.file("doc.xml")) + L"\n reports: \n", 0),
-              0u);
+    EXPECT_EQ(
+        out.errors[0].std().rfind(L"DOM Exception Writing " + w(dir.file("doc.xml")) + L"\n reports: \n", 0),
+        0u);
     EXPECT_EQ(out.GetNumChildElements(root), 0);
 }
 
@@ -329,7 +329,8 @@ TEST_F(XMLFileStreamTest, RotationAndTransformWithWrongCountsFailWithTheirErrors
     EXPECT_FALSE(out.GetAttributeValue(node, L"three", t));
     ASSERT_EQ(out.errors.GetCount(), 2);
     EXPECT_EQ(out.errors[0].std(), L"Error reading CRotation Attribute : <three> not found under : POSE");
-    EXPECT_EQ(out.errors[1].std(), L"Error reading CTransformation Attribute : <three> not found under : POSE");
+    EXPECT_EQ(out.errors[1].std(),
+              L"Error reading CTransformation Attribute : <three> not found under : POSE");
 }
 
 TEST_F(XMLFileStreamTest, MissingAttributeAddsItsError) {
@@ -521,7 +522,8 @@ TEST_F(XMLFileStreamTest, SettingsWrittenByOneProcessAreReadByAnother) {
         FILE* out = std::freopen(childOutput.c_str(), "w", stdout);
         (void)out;
         setenv("TROVO_XML_CHILD_FILE", settingsPath.c_str(), 1);
-        execl("/proc/self/exe", "core_tests", "--gtest_filter=XMLFileStreamChild.ReadsAndExtendsTheParentsSettings",
+        execl("/proc/self/exe", "core_tests",
+              "--gtest_filter=XMLFileStreamChild.ReadsAndExtendsTheParentsSettings",
               static_cast<char*>(nullptr));
         _exit(127);
     }
@@ -564,7 +566,8 @@ ORV::CustomProperty makePreset() {
     preset.AddParameter(L"Gain", ORV::ovDouble, ORV::ovAnimatable | ORV::ovPersistable, L"Gain Label",
                         L"How strong", ORV::CValue(1.5), p);
     preset.AddParameter(L"Count", ORV::ovInt4, ORV::ovPersistable, L"Count", L"", ORV::CValue(4), p);
-    preset.AddParameter(L"Label", ORV::ovString, ORV::ovPersistable, L"Label", L"Text", ORV::CValue(L"left"), p);
+    preset.AddParameter(L"Label", ORV::ovString, ORV::ovPersistable, L"Label", L"Text", ORV::CValue(L"left"),
+                        p);
     return preset;
 }
 
@@ -576,7 +579,8 @@ TEST_F(XMLFileStreamTest, ParameterSetIsWrittenWithItsAttributesAndReadBack) {
     ORV::Parameter gain = preset.GetParameter(L"Gain");
     {
         XMLFileStream out(dir.wfile("preset.adj"), false, true);
-        xercesc::DOMElement* set = out.WriteParameterSet(preset, out.document->getDocumentElement(), L"ADJUST");
+        xercesc::DOMElement* set =
+            out.WriteParameterSet(preset, out.document->getDocumentElement(), L"ADJUST");
         ASSERT_NE(set, nullptr);
         EXPECT_EQ(out.GetNumChildElements(set), 3);
         xercesc::DOMElement* element = out.FindElement(set, L"Gain");
@@ -609,7 +613,8 @@ TEST_F(XMLFileStreamTest, ParameterSetIsWrittenWithItsAttributesAndReadBack) {
 TEST_F(XMLFileStreamTest, ReadParameterSetSkipsElementsThatMatchNoParameter) {
     ORV::CustomProperty preset = makePreset();
     writeFile(dir.file("preset.adj"),
-              "<?xml version=\"1.0\"?><ROOT><SET><Unknown>9</Unknown><Count>11</Count><Other a=\"1\"/></SET></ROOT>");
+              "<?xml version=\"1.0\"?><ROOT><SET><Unknown>9</Unknown><Count>11</Count><Other "
+              "a=\"1\"/></SET></ROOT>");
     XMLFileStream in(dir.wfile("preset.adj"), true, false);
     xercesc::DOMElement* set = in.FindElement(in.document->getDocumentElement(), L"SET");
     EXPECT_TRUE(in.ReadParameterSet(preset, set));
@@ -623,14 +628,17 @@ TEST_F(XMLFileStreamTest, CreateParameterSetBuildsParametersFromATemplate) {
     orvhost::NewScene();
     ORV::CustomProperty target;
     ORV::Application().GetActiveSceneRoot().AddCustomProperty(L"Built", false, target);
-    writeFile(dir.file("template.xml"),
-              "<?xml version=\"1.0\"?><ROOT><SET>"
-              "<Steps DataType=\"ovInt4\" Capabilities=\"4\" Name=\"Steps\" Description=\"d1\" DefaultValue=\"7\"/>"
-              "<Weight DataType=\"ovFloat\" Capabilities=\"5\" Name=\"Weight\" Description=\"d2\" DefaultValue=\"0.25\"/>"
-              "<Scale DataType=\"ovDouble\" Capabilities=\"4\" Name=\"Scale\" Description=\"\" DefaultValue=\"2\"/>"
-              "<Title DataType=\"ovString\" Capabilities=\"4\" Name=\"Title\" Description=\"\" DefaultValue=\"hello\"/>"
-              "<Odd DataType=\"ovBool\" Capabilities=\"4\" Name=\"Odd\" Description=\"\"/>"
-              "</SET></ROOT>");
+    writeFile(
+        dir.file("template.xml"),
+        "<?xml version=\"1.0\"?><ROOT><SET>"
+        "<Steps DataType=\"ovInt4\" Capabilities=\"4\" Name=\"Steps\" Description=\"d1\" DefaultValue=\"7\"/>"
+        "<Weight DataType=\"ovFloat\" Capabilities=\"5\" Name=\"Weight\" Description=\"d2\" "
+        "DefaultValue=\"0.25\"/>"
+        "<Scale DataType=\"ovDouble\" Capabilities=\"4\" Name=\"Scale\" Description=\"\" DefaultValue=\"2\"/>"
+        "<Title DataType=\"ovString\" Capabilities=\"4\" Name=\"Title\" Description=\"\" "
+        "DefaultValue=\"hello\"/>"
+        "<Odd DataType=\"ovBool\" Capabilities=\"4\" Name=\"Odd\" Description=\"\"/>"
+        "</SET></ROOT>");
     XMLFileStream in(dir.wfile("template.xml"), true, false);
     xercesc::DOMElement* set = in.FindElement(in.document->getDocumentElement(), L"SET");
     EXPECT_TRUE(in.CreateParameterSet(target, set));
@@ -653,12 +661,13 @@ TEST_F(XMLFileStreamTest, CreateParameterSetStopsAddingAtTheFirstMissingAttribut
     orvhost::NewScene();
     ORV::CustomProperty target;
     ORV::Application().GetActiveSceneRoot().AddCustomProperty(L"Built", false, target);
-    writeFile(dir.file("template.xml"),
-              "<?xml version=\"1.0\"?><ROOT><SET>"
-              "<First DataType=\"ovInt4\" Capabilities=\"4\" Name=\"First\" Description=\"\" DefaultValue=\"1\"/>"
-              "<Broken DataType=\"ovInt4\" Name=\"Broken\" DefaultValue=\"1\"/>"
-              "<Third DataType=\"ovInt4\" Capabilities=\"4\" Name=\"Third\" Description=\"\" DefaultValue=\"3\"/>"
-              "</SET></ROOT>");
+    writeFile(
+        dir.file("template.xml"),
+        "<?xml version=\"1.0\"?><ROOT><SET>"
+        "<First DataType=\"ovInt4\" Capabilities=\"4\" Name=\"First\" Description=\"\" DefaultValue=\"1\"/>"
+        "<Broken DataType=\"ovInt4\" Name=\"Broken\" DefaultValue=\"1\"/>"
+        "<Third DataType=\"ovInt4\" Capabilities=\"4\" Name=\"Third\" Description=\"\" DefaultValue=\"3\"/>"
+        "</SET></ROOT>");
     std::vector<std::wstring> errors;
     {
         XMLFileStream in(dir.wfile("template.xml"), true, false);
