@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "HostUI.h"
 #include "ShellTestSupport.h"
 
 namespace {
@@ -153,6 +154,54 @@ TEST_F(PluginRegistration, EnablesTheReturnValueOfEveryCommandButRemoveAllTrovoP
         orvhost::CommandInfo info;
         ASSERT_TRUE(orvhost::FindCommand(name, info)) << name;
         EXPECT_EQ(info.returnValue, name != L"RemoveAllTrovoPropsAndOps") << name;
+    }
+}
+
+TEST_F(PluginRegistration, FlagsOnlyRemoveAllTrovoPropsAndOpsWith0x800000) {
+    for (const std::wstring& name : kCommands) {
+        orvhost::CommandItem* command = orvhost::FindPluginCommand(name);
+        ASSERT_NE(command, nullptr) << name;
+        EXPECT_EQ((command->flags & 0x800000) != 0, name == L"RemoveAllTrovoPropsAndOps") << name;
+    }
+}
+
+TEST_F(PluginRegistration, DeclaresEveryArgumentWithAnEmptyDefault) {
+    for (const std::wstring& name : kCommands) {
+        orvhost::CommandItem* command = orvhost::FindPluginCommand(name);
+        ASSERT_NE(command, nullptr) << name;
+        ASSERT_EQ(command->argDefaults.size(), command->argNames.size()) << name;
+        for (const ORV::CValue& value : command->argDefaults) {
+            EXPECT_TRUE(value.IsEmpty()) << name;
+        }
+    }
+}
+
+TEST_F(PluginRegistration, GivesEachMenuOneItemWithItsLabelAndCallback) {
+    struct Expected {
+        const wchar_t* menu;
+        const wchar_t* label;
+        const wchar_t* callback;
+    };
+    const std::vector<Expected> table = {
+        {L"Tag Rig", L"Tag Rig", L"TagMenuItem"},
+        {L"Rig to Rig", L"Rig to Rig", L"RigToRigMenuItem"},
+        {L"Mocap to Rig", L"Mocap to Rig", L"MocapToRigMenuItem"},
+        {L"SaveTrovoFileMenu", L"Save Motion", L"SaveTrovoFileMenuItem"},
+        {L"LoadTrovoFileMenu", L"Load Motion", L"LoadTrovoFileMenuItem"},
+    };
+    std::vector<orvhost::MenuRecord*> menus = orvhost::PluginMenus();
+    ASSERT_EQ(menus.size(), table.size());
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        EXPECT_EQ(menus[i]->name, table[i].menu);
+        std::vector<orvhost::MenuItemRecord*> items;
+        for (const auto& owned : menus[i]->owned) {
+            if (auto* item = dynamic_cast<orvhost::MenuItemRecord*>(owned.get())) {
+                items.push_back(item);
+            }
+        }
+        ASSERT_EQ(items.size(), 1u) << table[i].menu;
+        EXPECT_EQ(items[0]->label, table[i].label);
+        EXPECT_EQ(items[0]->callback, table[i].callback);
     }
 }
 
