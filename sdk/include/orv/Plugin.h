@@ -87,6 +87,9 @@ public:
 }  // namespace ORV
 
 // The entry point every plug-in exports under this plain name.
+// Every other callback (<Item>_Init, _Execute, _Update, _Term, _Define, _DefineLayout,
+// _PPGEvent, menu item callbacks, scene events) takes the context reference.
 extern "C" {
 typedef ORV::CStatus (*ORVLoadPluginFn)(ORV::PluginRegistrar&);
+typedef ORV::CStatus (*ORVCallbackFn)(ORV::CRef&);
 }
