@@ -146,6 +146,16 @@ struct Object3D : Item {
     ParamItem* LocalParam(const std::wstring& name) const;
 };
 
+// The context of one plug-in callback. "Arguments" and "ReturnValue" live in `attributes`.
+struct ContextItem : Item {
+    ContextItem() : Item(ORV::ovContextID, L"Context") {}
+    CRef source;  // what the callback is about: command, menu, operator, property
+    // Where Get/PutUserData read and write: an operator's lasting slot, or this context's own.
+    CValue* userData = &ownUserData;
+    CValue ownUserData;
+    double time = 0.0;  // operator and event contexts: the time of the evaluation
+};
+
 // ---------------------------------------------------------------------------------------------
 // The registry of all items
 
@@ -206,6 +216,10 @@ struct Host {
     // Progress bar drawn on a terminal (stderr) when set; silent otherwise.
     bool drawProgress = false;
     std::unique_ptr<Item> uiRoot;  // owns progress bar, layouts, views, COM objects
+
+    // Called for an item and each item it owns just before they are deleted (operators run
+    // their _Term from here).
+    std::vector<std::function<void(Item*)>> deleteHooks;
 
     void Log(const std::wstring& text, int severity);
     void Touch() { ++scene->revision; }
