@@ -10,7 +10,7 @@
 namespace ZUK {
 
 // Shared by all capture readers.
-enum UpDirection { XUp = 0, YUp = 1, ZUp = 2 };
+enum UpDirection : int { XUp = 0, YUp = 1, ZUp = 2 };
 
 struct MocapNode {
     // Node name as the capture file gives it.
