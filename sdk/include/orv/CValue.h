@@ -143,6 +143,7 @@ public:
     }
 
 private:
+    friend struct CValueAccess;  // the conversion routines of CValue.cpp
     struct IntTag {};
     CValue(IntTag, long long v) noexcept;  // ovInt4 when it fits in 32 bits, else ovInt8
     template <class U>

@@ -289,7 +289,7 @@ public:
     // axis and 0.
     CVector3 GetAxisAngle(double& angle) const noexcept;
 
-    // this = a followed by b.
+    // this = a followed by b (matrix a * b); the result takes a's rotation order.
     CRotation& Mul(const CRotation& a, const CRotation& b) noexcept;
     // this = this followed by b.
     CRotation& MulInPlace(const CRotation& b) noexcept { return Mul(CRotation(*this), b); }
@@ -371,7 +371,7 @@ public:
     CStatus InvertInPlace() noexcept;
     CStatus Invert(const CTransformation& t) noexcept { *this = t; return InvertInPlace(); }
     // this = a applied first, then b. Exact when b's scale is uniform and positive, otherwise
-    // rebuilt from the 4 by 4 product as in SetMatrix4.
+    // rebuilt from the 4 by 4 product as in SetMatrix4. The rotation takes a's order.
     CTransformation& Mul(const CTransformation& a, const CTransformation& b) noexcept;
     // this = this followed by b.
     CTransformation& MulInPlace(const CTransformation& b) noexcept { return Mul(CTransformation(*this), b); }
