@@ -1,0 +1,18 @@
+// ZUK::RetargetOp: the live retarget operator of a model and its installation.
+#pragma once
+
+#include <orv/ORV.h>
+
+namespace ZUK {
+
+class RetargetOp {
+public:
+    // Removes a previous installation from `model`: operators, adjustment property and blob.
+    // True if there was one.
+    static bool cleanupRetargetOp(ORV::Model model);
+
+    // The frame range of the model's motion: from its blob when retargeted, else from its curves.
+    static bool findFCurvesStartEnd(ORV::Model model, int& start, int& end);
+};
+
+}  // namespace ZUK

@@ -1,0 +1,56 @@
+#include "panels/MocapToRigPPG.h"
+
+#include <cwchar>
+
+namespace ZUK {
+
+namespace {
+ORV::Application app;
+
+ORV::CStatus notBuilt(const wchar_t* what) {
+    app.LogMessage(what, 4);
+    return ORV::CStatus::OK;
+}
+
+// Whether a view of the active layout shows the panel's property.
+bool panelIsOpen() {
+    ORV::CRefArray views = app.GetDesktop().GetActiveLayout().GetViews();
+    for (long i = 0; i < views.GetCount(); ++i) {
+        ORV::CString content = ORV::View(views[i]).GetAttributeValue(L"targetcontent");
+        if (std::wcsstr(content.GetWideString(), MocapToRigPPG::PROPERTY_NAME.GetWideString()) != nullptr) {
+            return true;
+        }
+    }
+    return false;
+}
+}  // namespace
+
+const ORV::CString MocapToRigPPG::PROPERTY_NAME(L"MocapToRig");
+
+MocapToRigPPG::MocapToRigPPG(bool refresh) {
+    // A refresh of a panel that is not open is nothing to do.
+    if (refresh && !panelIsOpen()) {
+        return;
+    }
+    app.LogMessage(L"MocapToRigPPG is not built yet", 4);
+}
+
+void MocapToRigPPG::flushRetargetData(ORV::Model) {
+    app.LogMessage(L"flushRetargetData is not built yet", 4);
+}
+
+}  // namespace ZUK
+
+// Property type callbacks, found by the host by name.
+
+extern "C" ORV::CStatus MocapToRig_Define(ORV::CRef&) {
+    return ZUK::notBuilt(L"MocapToRig_Define is not built yet");
+}
+
+extern "C" ORV::CStatus MocapToRig_DefineLayout(ORV::CRef&) {
+    return ZUK::notBuilt(L"MocapToRig_DefineLayout is not built yet");
+}
+
+extern "C" ORV::CStatus MocapToRig_PPGEvent(ORV::CRef&) {
+    return ZUK::notBuilt(L"MocapToRig_PPGEvent is not built yet");
+}

@@ -1,0 +1,591 @@
+// The scene helpers of ZUK::Util, on a scene of the headless host.
+#include <cfloat>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "ShellTestSupport.h"
+#include "shell/Util.h"
+
+namespace {
+
+using shelltest::ShellTest;
+namespace Util = ZUK::Util;
+
+std::vector<std::wstring> FullNames(const ORV::CRefArray& refs) {
+    std::vector<std::wstring> names;
+    for (long i = 0; i < refs.GetCount(); ++i) {
+        names.push_back(ORV::OVObject(refs[i]).GetFullName().std());
+    }
+    return names;
+}
+
+bool CommandLog() {
+    ORV::CValueArray args;
+    args.Add(ORV::CString(L"preferences.scripting.cmdlog"));
+    ORV::CValue value;
+    ORV::Application().ExecuteCommand(L"GetValue", args, value);
+    return static_cast<bool>(value);
+}
+
+void SetCommandLog(bool on) {
+    ORV::CValueArray args;
+    args.Add(ORV::CString(L"preferences.scripting.cmdlog"));
+    args.Add(on);
+    ORV::CValue ignored;
+    ORV::Application().ExecuteCommand(L"SetValue", args, ignored);
+}
+
+ORV::FCurve AddCurve(ORV::X3DObject object, const wchar_t* parameter, std::initializer_list<double> frames) {
+    ORV::Parameter p = object.GetKinematics().GetLocal().GetParameter(parameter);
+    ORV::FCurve curve;
+    p.AddFCurve(ORV::ovStandardFCurve, curve);
+    double value = 0.0;
+    for (double frame : frames) {
+        curve.AddKey(ORV::CTime(frame), value);
+        value += 1.0;
+    }
+    return curve;
+}
+
+// ---- getSingleModel -------------------------------------------------------------------------
+
+TEST_F(ShellTest, GetSingleModelWithOneModelIgnoresTheSelection) {
+    ORV::Model only = AddModel(Root(), L"Only");
+    ORV::X3DObject loose = AddNull(Root(), L"Loose");
+    Select({loose.GetRef()});
+    EXPECT_EQ(Util::getSingleModel(), only);
+    Select({});
+    EXPECT_EQ(Util::getSingleModel(), only);
+}
+
+TEST_F(ShellTest, GetSingleModelWithTwoModelsAndNoSelectionIsInvalid) {
+    AddModel(Root(), L"A");
+    AddModel(Root(), L"B");
+    EXPECT_FALSE(Util::getSingleModel().IsValid());
+}
+
+TEST_F(ShellTest, GetSingleModelTakesTheModelOfAPlainNodeSelectedInTheSecondModel) {
+    ORV::Model a = AddModel(Root(), L"A");
+    ORV::Model b = AddModel(Root(), L"B");
+    AddNull(a, L"NodeA");
+    ORV::X3DObject nodeB = AddNull(b, L"NodeB");
+    Select({nodeB.GetRef(), a.GetRef()});
+    EXPECT_EQ(Util::getSingleModel(), b);
+}
+
+TEST_F(ShellTest, GetSingleModelWithANodeDirectlyUnderTheSceneRootIsInvalid) {
+    AddModel(Root(), L"A");
+    AddModel(Root(), L"B");
+    ORV::X3DObject loose = AddNull(Root(), L"Loose");
+    Select({loose.GetRef()});
+    EXPECT_FALSE(Util::getSingleModel().IsValid());
+}
+
+TEST_F(ShellTest, GetSingleModelGivesTheSelectedSceneRootBackAsItself) {
+    AddModel(Root(), L"A");
+    AddModel(Root(), L"B");
+    Select({Root().GetRef()});
+    EXPECT_EQ(Util::getSingleModel(), Root());
+}
+
+TEST_F(ShellTest, GetSingleModelTakesASelectedModelItself) {
+    AddModel(Root(), L"A");
+    ORV::Model b = AddModel(Root(), L"B");
+    Select({b.GetRef()});
+    EXPECT_EQ(Util::getSingleModel(), b);
+}
+
+// ---- getSelectedModels ----------------------------------------------------------------------
+
+TEST_F(ShellTest, GetSelectedModelsListsEachModelOnceInOrderOfFirstSelection) {
+    ORV::Model a = AddModel(Root(), L"A");
+    ORV::Model b = AddModel(Root(), L"B");
+    ORV::X3DObject nodeA = AddNull(a, L"NodeA");
+    ORV::X3DObject nodeB = AddNull(b, L"NodeB");
+    ORV::X3DObject loose = AddNull(Root(), L"Loose");
+    Select({nodeB.GetRef(), loose.GetRef(), nodeA.GetRef(), b.GetRef(), Root().GetRef()});
+    ORV::CRefArray models;
+    models.Add(Root().GetRef());  // cleared first
+    Util::getSelectedModels(models);
+    EXPECT_EQ(FullNames(models), (std::vector<std::wstring>{L"B", L"A"}));
+}
+
+class SelectedModelsWithProperty : public ShellTest {
+protected:
+    void SetUp() override {
+        ShellTest::SetUp();
+        a = AddModel(Root(), L"A");
+        b = AddModel(Root(), L"B");
+        c = AddModel(Root(), L"C");
+        AddCustomProperty(a, L"Marker");
+        AddCustomProperty(c, L"Marker");
+        nested = AddModel(b, L"Nested");
+        AddCustomProperty(nested, L"Marker");
+    }
+    ORV::Model a, b, c, nested;
+};
+
+TEST_F(SelectedModelsWithProperty, WithoutASelectionGivesEveryTopLevelModelThatCarriesIt) {
+    ORV::CRefArray models;
+    Util::getSelectedModels(models, L"Marker", false);
+    EXPECT_EQ(FullNames(models), (std::vector<std::wstring>{L"A", L"C"}));
+}
+
+TEST_F(SelectedModelsWithProperty, SelectionInAModelWithoutThePropertyGivesAllThatCarryIt) {
+    ORV::X3DObject nodeB = AddNull(b, L"NodeB");
+    Select({nodeB.GetRef()});
+    ORV::CRefArray models;
+    Util::getSelectedModels(models, L"Marker", false);
+    EXPECT_EQ(FullNames(models), (std::vector<std::wstring>{L"A", L"C"}));
+}
+
+TEST_F(SelectedModelsWithProperty, SelectionInACarryingModelNarrowsToThatModel) {
+    ORV::X3DObject nodeC = AddNull(c, L"NodeC");
+    Select({nodeC.GetRef()});
+    ORV::CRefArray models;
+    Util::getSelectedModels(models, L"Marker", false);
+    EXPECT_EQ(FullNames(models), (std::vector<std::wstring>{L"C"}));
+}
+
+TEST_F(SelectedModelsWithProperty, OnlySelectedGivesTheSelectedCarriersOfAnyDepth) {
+    Select({nested.GetRef(), b.GetRef(), c.GetRef(), Root().GetRef()});
+    ORV::CRefArray models;
+    Util::getSelectedModels(models, L"Marker", true);
+    EXPECT_EQ(FullNames(models), (std::vector<std::wstring>{L"B.Nested", L"C"}));
+}
+
+TEST_F(ShellTest, GetSelectedModelsOnlySelectedWithNoTopLevelCarrierGivesNothing) {
+    ORV::Model b = AddModel(Root(), L"B");
+    ORV::Model nested = AddModel(b, L"Nested");
+    AddCustomProperty(nested, L"Marker");
+    Select({nested.GetRef()});
+    ORV::CRefArray models;
+    Util::getSelectedModels(models, L"Marker", true);
+    EXPECT_EQ(models.GetCount(), 0);
+    Util::getSelectedModels(models, L"Marker", false);
+    EXPECT_EQ(models.GetCount(), 0);
+}
+
+// ---- findModel, findCustomPSet, findCustomOp ------------------------------------------------
+
+TEST_F(ShellTest, FindModelFindsOnlyModelsDirectlyUnderTheSceneRoot) {
+    ORV::Model outer = AddModel(Root(), L"Outer");
+    AddModel(outer, L"Inner");
+    AddNull(Root(), L"Plain");
+    EXPECT_EQ(Util::findModel(L"Outer"), outer);
+    EXPECT_FALSE(Util::findModel(L"Inner").IsValid());
+    EXPECT_FALSE(Util::findModel(L"Plain").IsValid());
+    EXPECT_FALSE(Util::findModel(L"Nobody").IsValid());
+}
+
+TEST_F(ShellTest, FindCustomPSetFindsAPropertyByName) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    AddCustomProperty(model, L"First");
+    ORV::CustomProperty second = AddCustomProperty(model, L"Second");
+    ORV::Property found;
+    ASSERT_TRUE(Util::findCustomPSet(model, L"Second", found));
+    EXPECT_EQ(found, second);
+    EXPECT_FALSE(Util::findCustomPSet(model, L"second", found));
+    EXPECT_FALSE(Util::findCustomPSet(model, L"Third", found));
+}
+
+TEST_F(ShellTest, FindCustomOpWithAnEmptyPathIsFalse) {
+    ORV::CustomOperator op;
+    EXPECT_FALSE(Util::findCustomOp(L"", L"RetargetOp", op));
+    EXPECT_FALSE(op.IsValid());
+}
+
+TEST_F(ShellTest, FindCustomOpFindsAnOperatorByNameOnThePath) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::CustomOperator created(ORV::Application().GetFactory().CreateObject(L"RetargetOp"));
+    ASSERT_TRUE(created.IsValid());
+    ORV::KinematicState local = model.GetKinematics().GetLocal();
+    created.AddOutputPort(local.GetRef());
+    created.AddInputPort(local.GetRef());
+    ASSERT_EQ(created.Connect(), ORV::CStatus::OK);
+
+    ORV::CustomOperator op;
+    ASSERT_TRUE(Util::findCustomOp(local.GetFullName(), created.GetName(), op));
+    EXPECT_EQ(op, created);
+    EXPECT_FALSE(Util::findCustomOp(local.GetFullName(), L"NoSuchOperator", op));
+}
+
+// ---- FindStringInArray, SubString, CountSeparatingBones, getMasterNode ----------------------
+
+TEST_F(ShellTest, FindStringInArrayComparesExactlyWithCase) {
+    ORV::CStringArray array;
+    array.Add(L"LeftFoot");
+    array.Add(L"RightFoot");
+    EXPECT_TRUE(Util::FindStringInArray(array, L"RightFoot"));
+    EXPECT_FALSE(Util::FindStringInArray(array, L"rightfoot"));
+    EXPECT_FALSE(Util::FindStringInArray(array, L"Right"));
+    ORV::CStringArray empty;
+    EXPECT_FALSE(Util::FindStringInArray(empty, L""));
+}
+
+TEST_F(ShellTest, SubStringTakesUpToButNotIncludingTheEnd) {
+    EXPECT_EQ(Util::SubString(L"abcdef", 2, 4), L"cd");
+    EXPECT_EQ(Util::SubString(L"abcdef", 2, 0), L"cdef");
+    EXPECT_EQ(Util::SubString(L"abcdef", 2, -3), L"cdef");
+    EXPECT_EQ(Util::SubString(L"abcdef", 0, 6), L"abcdef");
+    EXPECT_EQ(Util::SubString(L"abcdef", 4, 40), L"ef");  // ends early at the text's end
+    EXPECT_EQ(Util::SubString(L"abcdef", 7, 9), L"");
+    EXPECT_EQ(Util::SubString(L"abcdef", 3, 3), L"");
+}
+
+TEST_F(ShellTest, CountSeparatingBonesCountsParentSteps) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject hips = AddNull(model, L"Hips");
+    ORV::X3DObject spine = AddNull(hips, L"Spine");
+    ORV::X3DObject chest = AddNull(spine, L"Chest");
+    ORV::X3DObject neck = AddNull(chest, L"Neck");
+    EXPECT_EQ(Util::CountSeparatingBones(neck, neck), 0);
+    EXPECT_EQ(Util::CountSeparatingBones(neck, chest), 1);
+    EXPECT_EQ(Util::CountSeparatingBones(neck, hips), 3);
+}
+
+TEST_F(ShellTest, CountSeparatingBonesGivesMinusOneWhenTheModelComesFirst) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject hips = AddNull(model, L"Hips");
+    ORV::X3DObject spine = AddNull(hips, L"Spine");
+    ORV::X3DObject leg = AddNull(hips, L"Leg");
+    // The model is tested before the ancestor, so the model as ancestor gives -1.
+    EXPECT_EQ(Util::CountSeparatingBones(spine, model), -1);
+    // An ancestor that is not above the node.
+    EXPECT_EQ(Util::CountSeparatingBones(spine, leg), -1);
+}
+
+TEST_F(ShellTest, GetMasterNodeFollowsConstraintsToTheDrivingObject) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject node = AddNull(model, L"Node");
+    ORV::X3DObject middle = AddNull(model, L"Middle");
+    ORV::X3DObject master = AddNull(model, L"Master");
+    ORV::Constraint cns;
+    ASSERT_EQ(node.GetKinematics().AddConstraint(L"Position", middle.GetRef(), cns), ORV::CStatus::OK);
+    ASSERT_EQ(middle.GetKinematics().AddConstraint(L"Orientation", master.GetRef(), cns), ORV::CStatus::OK);
+    EXPECT_EQ(Util::getMasterNode(node), master);
+    EXPECT_EQ(Util::getMasterNode(master), master);
+}
+
+TEST_F(ShellTest, GetMasterNodeTakesTheLastQualifyingConstraint) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject node = AddNull(model, L"Node");
+    ORV::X3DObject first = AddNull(model, L"First");
+    ORV::X3DObject last = AddNull(model, L"Last");
+    ORV::Constraint cns;
+    ASSERT_EQ(node.GetKinematics().AddConstraint(L"Position", first.GetRef(), cns), ORV::CStatus::OK);
+    ASSERT_EQ(node.GetKinematics().AddConstraint(L"Orientation", last.GetRef(), cns), ORV::CStatus::OK);
+    EXPECT_EQ(Util::getMasterNode(node), last);
+}
+
+// ---- Script command wrappers ----------------------------------------------------------------
+
+TEST_F(ShellTest, DeleteObjDeletesTheNamedObject) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject node = AddNull(model, L"Node");
+    EXPECT_EQ(Util::deleteObj(L"Rig.Node"), ORV::CStatus::OK);
+    EXPECT_FALSE(node.IsValid());
+    EXPECT_TRUE(model.IsValid());
+}
+
+TEST_F(ShellTest, DeleteModelOfAnUnknownNameRunsNoCommandAndReturnsFalse) {
+    AddModel(Root(), L"Rig");
+    SetCommandLog(true);
+    orvhost::ClearLog();
+    EXPECT_FALSE(Util::deleteModel(L"Nobody"));
+    EXPECT_TRUE(Log().empty());
+    EXPECT_EQ(Root().GetChildren().GetCount(), 1);
+}
+
+TEST_F(ShellTest, DeleteModelDeletesTheWholeBranch) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject hips = AddNull(model, L"Hips");
+    ORV::X3DObject spine = AddNull(hips, L"Spine");
+    ORV::Model other = AddModel(Root(), L"Other");
+    EXPECT_TRUE(Util::deleteModel(L"Rig"));
+    EXPECT_FALSE(model.IsValid());
+    EXPECT_FALSE(hips.IsValid());
+    EXPECT_FALSE(spine.IsValid());
+    EXPECT_TRUE(other.IsValid());
+}
+
+TEST_F(ShellTest, ClearAnimRemovesTheAnimationOfTheBranchAndLeavesNothingSelected) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject hips = AddNull(model, L"Hips");
+    ORV::Model other = AddModel(Root(), L"Other");
+    AddCurve(hips, L"posx", {1.0, 10.0});
+    AddCurve(other, L"posy", {1.0, 10.0});
+    Util::clearAnim(model);
+    EXPECT_FALSE(hips.GetKinematics().GetLocal().GetParameter(L"posx").IsAnimated(ORV::ovFCurveSource));
+    EXPECT_TRUE(other.GetKinematics().GetLocal().GetParameter(L"posy").IsAnimated(ORV::ovFCurveSource));
+    EXPECT_EQ(ORV::Application().GetSelection().GetCount(), 0);
+}
+
+TEST_F(ShellTest, ClearNodeAnimRemovesTheAnimationOfOneObject) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject hips = AddNull(model, L"Hips");
+    ORV::X3DObject spine = AddNull(model, L"Spine");
+    AddCurve(hips, L"posx", {1.0, 10.0});
+    AddCurve(spine, L"posx", {1.0, 10.0});
+    Util::clearNodeAnim(hips);
+    EXPECT_FALSE(hips.GetKinematics().GetLocal().GetParameter(L"posx").IsAnimated(ORV::ovFCurveSource));
+    EXPECT_TRUE(spine.GetKinematics().GetLocal().GetParameter(L"posx").IsAnimated(ORV::ovFCurveSource));
+}
+
+TEST_F(ShellTest, LogCommandsSetsTheCommandLogAndAnswersTheOldValue) {
+    SetCommandLog(true);
+    EXPECT_TRUE(Util::logCommands(false));
+    EXPECT_FALSE(CommandLog());
+    EXPECT_FALSE(Util::logCommands(true));
+    EXPECT_TRUE(CommandLog());
+}
+
+TEST_F(ShellTest, FrameSelectsNothingAfterwardsAndAnswersOK) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    AddCustomProperty(model, L"Marker");
+    EXPECT_EQ(Util::frame(L"Marker"), ORV::CStatus::OK);
+    EXPECT_EQ(ORV::Application().GetSelection().GetCount(), 0);
+    EXPECT_EQ(Util::frame(L"Nothing"), ORV::CStatus::OK);
+}
+
+TEST_F(ShellTest, InspectObjIsTrueWhenTheUserPressesOK) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::CustomProperty property = AddCustomProperty(model, L"Page");
+    orvhost::QueueAnswer(true);
+    EXPECT_TRUE(Util::inspectObj(property.GetFullName(), L"", L"A Title", 3, false));
+    orvhost::QueueAnswer(false);
+    EXPECT_FALSE(Util::inspectObj(property.GetFullName(), L"", L"A Title", 3, false));
+}
+
+// ---- Asking the user ------------------------------------------------------------------------
+
+TEST_F(ShellTest, AlertLogsAtSeverityFourAndShowsTheText) {
+    orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgOk)));
+    EXPECT_EQ(Util::alert(L"Select a valid model."), ORV::ovMsgOk);
+    std::vector<orvhost::LogEntry> log = Log();
+    ASSERT_EQ(log.size(), 1u);
+    EXPECT_EQ(log[0].text, L"Select a valid model.");
+    EXPECT_EQ(log[0].severity, 4);
+    ASSERT_FALSE(orvhost::Questions().empty());
+    EXPECT_NE(orvhost::Questions().back().find(L"Select a valid model."), std::wstring::npos);
+}
+
+TEST_F(ShellTest, QueryYesNoIsTrueUnlessTheAnswerIsNo) {
+    orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgNo)));
+    EXPECT_FALSE(Util::QueryYesNo(L"Overwrite?"));
+    orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgYes)));
+    EXPECT_TRUE(Util::QueryYesNo(L"Overwrite?"));
+    orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgCancel)));
+    EXPECT_TRUE(Util::QueryYesNo(L"Overwrite?"));
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(ShellTest, FileBrowserGivesThePickedPathOrEmptyOnCancel) {
+    orvhost::QueueAnswer(ORV::CString(L"/data/walk.bvh"));
+    EXPECT_EQ(Util::fileBrowser(L"Select BVH File (*.bvh)|*.bvh||", L"Select BVH File", L"/data", true),
+              L"/data/walk.bvh");
+    orvhost::QueueAnswer(ORV::CValue());
+    EXPECT_EQ(Util::fileBrowser(L"Save Trovo File (*.trovo)|*.trovo||", L"Save Trovo File", L"/data", false), L"");
+}
+
+// ---- Play control and keys ------------------------------------------------------------------
+
+TEST_F(ShellTest, GetFrameRateReadsPlayControlRate) {
+    ORV::Property playControl(ORV::Application().GetActiveProject().GetProperties().GetItem(L"Play Control"));
+    ASSERT_TRUE(playControl.IsValid());
+    playControl.PutParameterValue(L"Rate", 25.0);
+    EXPECT_DOUBLE_EQ(Util::getFrameRate(), 25.0);
+}
+
+TEST_F(ShellTest, GetCurrentFrameReadsPlayControlCurrent) {
+    ORV::Property playControl(ORV::Application().GetActiveProject().GetProperties().GetItem(L"Play Control"));
+    playControl.PutParameterValue(L"Current", 17.25);
+    EXPECT_FLOAT_EQ(Util::getCurrentFrame(), 17.25f);
+}
+
+TEST_F(ShellTest, FindStartEndOnCurvesWithOneKeyEachLeavesBothBoundsUntouched) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject hips = AddNull(model, L"Hips");
+    AddCurve(hips, L"posx", {-20.0});
+    AddCurve(hips, L"rotz", {500.0});
+    int start = 5;
+    int end = 8;
+    Util::findStartEnd(model, start, end);
+    EXPECT_EQ(start, 5);
+    EXPECT_EQ(end, 8);
+}
+
+TEST_F(ShellTest, FindStartEndWidensToTheTruncatedKeyTimes) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject hips = AddNull(model, L"Hips");
+    ORV::X3DObject spine = AddNull(hips, L"Spine");
+    AddCurve(hips, L"posx", {3.7, 10.0, 40.9});
+    AddCurve(spine, L"roty", {12.0, 55.6});
+    int start = 5;
+    int end = 8;
+    Util::findStartEnd(model, start, end);
+    EXPECT_EQ(start, 3);
+    EXPECT_EQ(end, 55);
+}
+
+TEST_F(ShellTest, ExtractKeyIndicesGivesKeyTimesLessTheOffset) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::FCurve curve = AddCurve(model, L"posx", {10.0, 12.5, 30.0});
+    ORV::CDoubleArray times;
+    times.Add(99.0);
+    EXPECT_TRUE(Util::extractKeyIndices(curve, 10, 0, times));
+    ASSERT_EQ(times.GetCount(), 3);
+    EXPECT_DOUBLE_EQ(times[0], 0.0);
+    EXPECT_DOUBLE_EQ(times[1], 2.5);
+    EXPECT_DOUBLE_EQ(times[2], 20.0);
+}
+
+TEST_F(ShellTest, ExtractNeutralPoseReadsTheNeutralParametersInTheirRotationOrder) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject node = AddNull(model, L"Node");
+    ORV::KinematicState local = node.GetKinematics().GetLocal();
+    local.PutParameterValue(L"nposx", 1.0);
+    local.PutParameterValue(L"nposy", 2.0);
+    local.PutParameterValue(L"nposz", 3.0);
+    local.PutParameterValue(L"nrotx", 30.0);
+    local.PutParameterValue(L"nroty", -45.0);
+    local.PutParameterValue(L"nrotz", 60.0);
+    local.PutParameterValue(L"nsclx", 2.0);
+    local.PutParameterValue(L"nscly", 3.0);
+    local.PutParameterValue(L"nsclz", 4.0);
+    local.PutParameterValue(L"rotorder", static_cast<int>(ORV::MATH::ovZXY));
+
+    ORV::MATH::CTransformation pose;
+    Util::extractNeutralPose(node, pose);
+
+    const double d = 3.141592653589793 / 180.0;
+    ORV::MATH::CRotation expected(30.0 * d, -45.0 * d, 60.0 * d, ORV::MATH::ovZXY);
+    ORV::MATH::CQuaternion q = pose.GetRotationQuaternion();
+    ORV::MATH::CQuaternion e = expected.GetQuaternion();
+    // Same rotation up to the quaternion's sign; 1e-12 covers the trigonometry.
+    double dot = q.GetW() * e.GetW() + q.GetX() * e.GetX() + q.GetY() * e.GetY() + q.GetZ() * e.GetZ();
+    EXPECT_NEAR(std::fabs(dot), 1.0, 1e-12);
+    EXPECT_DOUBLE_EQ(pose.GetTranslation().GetX(), 1.0);
+    EXPECT_DOUBLE_EQ(pose.GetTranslation().GetY(), 2.0);
+    EXPECT_DOUBLE_EQ(pose.GetTranslation().GetZ(), 3.0);
+    EXPECT_DOUBLE_EQ(pose.GetScaling().GetX(), 2.0);
+    EXPECT_DOUBLE_EQ(pose.GetScaling().GetY(), 3.0);
+    EXPECT_DOUBLE_EQ(pose.GetScaling().GetZ(), 4.0);
+}
+
+TEST_F(ShellTest, ForceGlobalEvaluationOnAllNodesWritesTheModelsOwnPoseBack) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    AddNull(model, L"Hips");
+    ORV::MATH::CTransformation pose;
+    pose.SetTranslationFromValues(1.0, -2.0, 3.5);
+    pose.SetRotationFromXYZAnglesValues(0.1, 0.2, 0.3);
+    ORV::KinematicState global = model.GetKinematics().GetGlobal();
+    global.PutTransform(pose);
+    std::uint64_t before = orvhost::TheHost().scene->revision;
+    Util::ForceGlobalEvaluationOnAllNodes(model);
+    EXPECT_GT(orvhost::TheHost().scene->revision, before);
+    ORV::MATH::CTransformation after = global.GetTransform();
+    EXPECT_NEAR(after.GetTranslation().GetX(), 1.0, 1e-12);
+    EXPECT_NEAR(after.GetTranslation().GetY(), -2.0, 1e-12);
+    EXPECT_NEAR(after.GetTranslation().GetZ(), 3.5, 1e-12);
+    ORV::MATH::CVector3 angles = after.GetRotationXYZAngles();
+    EXPECT_NEAR(angles.GetX(), 0.1, 1e-12);
+    EXPECT_NEAR(angles.GetY(), 0.2, 1e-12);
+    EXPECT_NEAR(angles.GetZ(), 0.3, 1e-12);
+}
+
+// ---- Drawing helpers ------------------------------------------------------------------------
+
+TEST_F(ShellTest, DrawLineMakesATwoPointCurveWithItsWireColour) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject line = Util::drawLine(model, ORV::MATH::CVector3(1.0, 2.0, 3.0),
+                                         ORV::MATH::CVector3(-4.0, 5.0, -6.0), L"Link", 7);
+    ASSERT_TRUE(line.IsValid());
+    EXPECT_EQ(line.GetType(), L"crvlist");
+    EXPECT_EQ(line.GetName(), L"Link");
+    EXPECT_EQ(ORV::X3DObject(line.GetParent()), model);
+    ORV::MATH::CVector4Array points = line.GetActivePrimitive().GetControlPoints();
+    ASSERT_EQ(points.GetCount(), 2);
+    EXPECT_EQ(points[0], ORV::MATH::CVector4(1.0, 2.0, 3.0, 1.0));
+    EXPECT_EQ(points[1], ORV::MATH::CVector4(-4.0, 5.0, -6.0, 1.0));
+    ORV::Property display;
+    ASSERT_TRUE(Util::findCustomPSet(line, L"Display", display));
+    EXPECT_EQ(static_cast<int>(display.GetParameterValue(L"wirecol")), 7);
+}
+
+TEST_F(ShellTest, DrawLineWithoutAParentGoesUnderTheSceneRoot) {
+    ORV::X3DObject line =
+        Util::drawLine(ORV::MATH::CVector3(0.0, 0.0, 0.0), ORV::MATH::CVector3(0.0, 1.0, 0.0), L"Up", 3);
+    ASSERT_TRUE(line.IsValid());
+    EXPECT_EQ(ORV::X3DObject(line.GetParent()), Root());
+}
+
+TEST_F(ShellTest, MakeConnectionLineConnectsAScriptedOperatorAndCannotBePicked) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject first = AddNull(model, L"First");
+    ORV::X3DObject second = AddNull(model, L"Second");
+    ORV::X3DObject line = Util::makeConnectionLine(model, first, second, 9);
+    ASSERT_TRUE(line.IsValid());
+    EXPECT_EQ(line.GetType(), L"crvlist");
+    EXPECT_EQ(ORV::X3DObject(line.GetParent()), model);
+    ORV::MATH::CVector4Array points = line.GetActivePrimitive().GetControlPoints();
+    ASSERT_EQ(points.GetCount(), 2);
+    EXPECT_EQ(points[0], ORV::MATH::CVector4(1.0, 1.0, 1.0, 1.0));
+    EXPECT_EQ(points[1], ORV::MATH::CVector4(0.0, 0.0, 0.0, 1.0));
+
+    ORV::CValueArray args;
+    args.Add(line.GetFullName() + L".visibility.selectability");
+    ORV::CValue selectable;
+    ORV::Application().ExecuteCommand(L"GetValue", args, selectable);
+    EXPECT_EQ(selectable.GetType(), ORV::ovBool);
+    EXPECT_FALSE(static_cast<bool>(selectable));
+
+    // The operator that writes the line's curve.
+    ORV::CustomOperator op;
+    ASSERT_TRUE(Util::findCustomOp(line.GetActivePrimitive().GetFullName(), L"ConnectionLine", op));
+    EXPECT_TRUE(op.IsConnected());
+    EXPECT_EQ(op.GetLanguage(), L"JScript");
+    const wchar_t* expectedCode =
+        L"var pos1 = ORVMath.CreateVector3();\n"
+        L"var pos2 = ORVMath.CreateVector3();\n"
+        L"function ConnectionLine_Update(ctx, Out, InLineGlobal, InGlobal1, InGlobal2){ \n "
+        L"var geom = Out.Value.Geometry; \n"
+        L"var pArray = geom.points.positionarray.toArray(); \n"
+        L"var t1 = InGlobal1.Value.Transform; \n"
+        L"var t2 = InGlobal2.Value.Transform; \n"
+        L"t1.GetTranslation(pos1); \n"
+        L"t2.GetTranslation(pos2); \n"
+        L"var ltrans = \tInLineGlobal.Value.Transform; \n"
+        L"pos1 = ORVMath.MapWorldPositionToObjectSpace (ltrans, pos1); \n"
+        L"pos2 = ORVMath.MapWorldPositionToObjectSpace (ltrans, pos2); \n"
+        L"pArray[0] = pos1.x; \n"
+        L"pArray[1] = pos1.y; \n"
+        L"pArray[2] = pos1.z; \n"
+        L"pArray[3] = pos2.x; \n"
+        L"pArray[4] = pos2.y; \n"
+        L"pArray[5] = pos2.z;\t \n"
+        L"Out.Value.Geometry.Points.PositionArray = pArray; \n} \n";
+    EXPECT_EQ(op.GetCode(), expectedCode);
+
+    ORV::CRefArray groups = op.GetPortGroups();
+    ASSERT_EQ(groups.GetCount(), 2);
+    EXPECT_EQ(ORV::PortGroup(groups[0]).GetName(), L"MainGroup");
+    EXPECT_EQ(ORV::PortGroup(groups[1]).GetName(), L"ObjectGroup");
+
+    ORV::CRefArray outputs = op.GetOutputPorts();
+    ASSERT_EQ(outputs.GetCount(), 1);
+    EXPECT_EQ(ORV::Port(outputs[0]).GetName(), L"OutCurve");
+    EXPECT_EQ(ORV::Port(outputs[0]).GetTarget(), line.GetActivePrimitive().GetRef());
+
+    ORV::CRefArray inputs = op.GetInputPorts();
+    ASSERT_EQ(inputs.GetCount(), 3);
+    EXPECT_EQ(ORV::Port(inputs[0]).GetName(), L"InLineGlobal");
+    EXPECT_EQ(ORV::Port(inputs[0]).GetTarget(), line.GetKinematics().GetGlobal().GetRef());
+    EXPECT_EQ(ORV::Port(inputs[1]).GetName(), L"InGlobal1");
+    EXPECT_EQ(ORV::Port(inputs[1]).GetTarget(), first.GetKinematics().GetGlobal().GetRef());
+    EXPECT_EQ(ORV::Port(inputs[2]).GetName(), L"InGlobal2");
+    EXPECT_EQ(ORV::Port(inputs[2]).GetTarget(), second.GetKinematics().GetGlobal().GetRef());
+}
+
+}  // namespace
