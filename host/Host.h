@@ -222,7 +222,9 @@ struct Host {
     std::vector<std::function<void(Item*)>> deleteHooks;
 
     void Log(const std::wstring& text, int severity);
-    void Touch() { ++scene->revision; }
+    void Touch() {
+        if (scene) ++scene->revision;
+    }
 };
 
 Host& TheHost();

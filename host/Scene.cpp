@@ -61,7 +61,11 @@ Scene::~Scene() = default;
 
 Host& TheHost() {
     static Host host;
-    if (!host.scene) host.scene = std::make_unique<Scene>();
+    static bool started = false;
+    if (!started) {
+        started = true;  // the scene's own construction calls back in here
+        host.scene = std::make_unique<Scene>();
+    }
     return host;
 }
 
