@@ -77,8 +77,9 @@ bool BvFile::ScanWord() {
 bool BvFile::ReadHierarchy(MocapData* /*data*/) {
     if (!stream || hierarchy) return false;
     if (!ScanWord() || std::strcmp(token, "HIERARCHY") != 0) return false;
-    // The word "ROOT"; its absence shows up as a broken first node.
-    if (std::fscanf(stream, " ROOT") < 0) return false;
+    // The word "ROOT", result ignored: a missing or different word shows up as a broken node.
+    const int ignored = std::fscanf(stream, " ROOT");
+    (void)ignored;
     hierarchy = new (std::nothrow) BvHierarchy;
     if (!hierarchy) return false;
     return ReadHierarchyNodes(-1);
