@@ -65,8 +65,9 @@ int ParentClassId(int classId) {
 // --- Store -------------------------------------------------------------------------------------
 
 Store& TheStore() {
-    static Store store;
-    return store;
+    // Never destroyed: items of the scene unregister themselves during static destruction.
+    static Store* store = new Store;
+    return *store;
 }
 
 std::uint64_t Store::Register(Item* item) {

@@ -24,9 +24,13 @@ const V& ConstElement(const Items& items, long i) noexcept {
 
 }  // namespace
 
-const CVector3& CVector3Array::operator[](long i) const noexcept { return ConstElement<CVector3>(m_items, i); }
+const CVector3& CVector3Array::operator[](long i) const noexcept {
+    return ConstElement<CVector3>(m_items, i);
+}
 CVector3& CVector3Array::operator[](long i) noexcept { return Element<CVector3>(m_items, i); }
-const CVector4& CVector4Array::operator[](long i) const noexcept { return ConstElement<CVector4>(m_items, i); }
+const CVector4& CVector4Array::operator[](long i) const noexcept {
+    return ConstElement<CVector4>(m_items, i);
+}
 CVector4& CVector4Array::operator[](long i) noexcept { return Element<CVector4>(m_items, i); }
 
 }  // namespace MATH

@@ -1,7 +1,6 @@
 // Narrow/wide conversion, case-insensitive comparison and splitting of ORV::CString.
-#include <orv/CString.h>
-
 #include <orv/Arrays.h>
+#include <orv/CString.h>
 
 #include <climits>
 #include <cstdlib>
@@ -72,7 +71,8 @@ const char* CString::GetAsciiString() const {
 bool CString::IsEqualNoCase(const CString& o) const {
     if (m_str.size() != o.m_str.size()) return false;
     for (std::size_t i = 0; i < m_str.size(); ++i)
-        if (std::towupper(static_cast<std::wint_t>(m_str[i])) != std::towupper(static_cast<std::wint_t>(o.m_str[i])))
+        if (std::towupper(static_cast<std::wint_t>(m_str[i])) !=
+            std::towupper(static_cast<std::wint_t>(o.m_str[i])))
             return false;
     return true;
 }

@@ -16,23 +16,25 @@ struct Number {
     long long i = 0;
     double d = 0.0;
 
-    double AsDouble() const noexcept { return kind == Int ? static_cast<double>(i) : (kind == Real ? d : 0.0); }
+    double AsDouble() const noexcept {
+        return kind == Int ? static_cast<double>(i) : (kind == Real ? d : 0.0);
+    }
 };
 
 struct CValueAccess {
     static bool IsNumeric(ovValueType t) noexcept {
         switch (t) {
-        case ovBool:
-        case ovInt2:
-        case ovInt4:
-        case ovUByte:
-        case ovUInt4:
-        case ovInt8:
-        case ovFloat:
-        case ovDouble:
-            return true;
-        default:
-            return false;
+            case ovBool:
+            case ovInt2:
+            case ovInt4:
+            case ovUByte:
+            case ovUInt4:
+            case ovInt8:
+            case ovFloat:
+            case ovDouble:
+                return true;
+            default:
+                return false;
         }
     }
     static bool IsText(ovValueType t) noexcept { return t == ovString || t == ovLPStr; }
@@ -143,6 +145,12 @@ Number CValueAccess::ParseNumber(const std::wstring& text) noexcept {
     long long i = 0;
     const auto ri = std::from_chars(first, last, i);
     if (ri.ec == std::errc() && ri.ptr == last) {
+        if (i == 0 && *first == '-') {
+            // "-0" is the text of the negative zero double; keep its sign.
+            n.kind = Number::Real;
+            n.d = -0.0;
+            return n;
+        }
         n.kind = Number::Int;
         n.i = i;
         return n;
@@ -157,7 +165,8 @@ Number CValueAccess::ParseNumber(const std::wstring& text) noexcept {
             while (exp < last && *exp != 'e' && *exp != 'E') ++exp;
             const bool tiny = exp < last && exp + 1 < last && exp[1] == '-';
             d = tiny ? (negative ? -0.0 : 0.0)
-                     : (negative ? -std::numeric_limits<double>::infinity() : std::numeric_limits<double>::infinity());
+                     : (negative ? -std::numeric_limits<double>::infinity()
+                                 : std::numeric_limits<double>::infinity());
         }
         n.kind = Number::Real;
         n.d = d;
@@ -168,31 +177,31 @@ Number CValueAccess::ParseNumber(const std::wstring& text) noexcept {
 Number CValueAccess::ToNumber(const CValue& v) noexcept {
     Number n;
     switch (v.m_t) {
-    case ovBool:
-        n.kind = Number::Int;
-        n.i = std::get<bool>(v.m_v) ? 1 : 0;
-        break;
-    case ovInt2:
-    case ovInt4:
-    case ovUByte:
-    case ovUInt4:
-    case ovInt8:
-        n.kind = Number::Int;
-        n.i = std::get<long long>(v.m_v);
-        break;
-    case ovDouble:
-        n.kind = Number::Real;
-        n.d = std::get<double>(v.m_v);
-        break;
-    case ovFloat:
-        n.kind = Number::Real;
-        n.d = static_cast<double>(std::get<float>(v.m_v));
-        break;
-    case ovString:
-    case ovLPStr:
-        return ParseNumber(WideText(v));
-    default:
-        break;
+        case ovBool:
+            n.kind = Number::Int;
+            n.i = std::get<bool>(v.m_v) ? 1 : 0;
+            break;
+        case ovInt2:
+        case ovInt4:
+        case ovUByte:
+        case ovUInt4:
+        case ovInt8:
+            n.kind = Number::Int;
+            n.i = std::get<long long>(v.m_v);
+            break;
+        case ovDouble:
+            n.kind = Number::Real;
+            n.d = std::get<double>(v.m_v);
+            break;
+        case ovFloat:
+            n.kind = Number::Real;
+            n.d = static_cast<double>(std::get<float>(v.m_v));
+            break;
+        case ovString:
+        case ovLPStr:
+            return ParseNumber(WideText(v));
+        default:
+            break;
     }
     return n;
 }
@@ -215,60 +224,61 @@ CValue::CValue(IntTag, long long v) noexcept
 
 CString CValue::GetAsText() const {
     switch (m_t) {
-    case ovEmpty:
-        return CString();
-    case ovBool:
-        return CString(std::get<bool>(m_v) ? L"true" : L"false");
-    case ovInt2:
-    case ovInt4:
-    case ovUByte:
-    case ovUInt4:
-    case ovInt8:
-        return CString(std::to_wstring(std::get<long long>(m_v)));
-    case ovDouble:
-        return CString(Widen(DoubleText(std::get<double>(m_v))));
-    case ovFloat:
-        return CString(Widen(FloatText(std::get<float>(m_v))));
-    case ovString:
-        return CString(std::get<std::wstring>(m_v));
-    case ovLPStr:
-        return CString(std::get<std::string>(m_v).c_str());
-    case ovRef:
-        return std::get<CRef>(m_v).GetAsText();
-    case ovPtr: {
-        char buf[32];
-        std::snprintf(buf, sizeof buf, "0x%llx",
-                      static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(std::get<void*>(m_v))));
-        return CString(buf);
-    }
-    case ovVector3: {
-        const MATH::CVector3& v = std::get<MATH::CVector3>(m_v);
-        return CString(Widen(DoubleText(v.x) + "," + DoubleText(v.y) + "," + DoubleText(v.z)));
-    }
-    case ovArray: {
-        const CValueArray& a = std::get<CValueArray>(m_v);
-        CString text;
-        for (long k = 0; k < a.GetCount(); ++k) {
-            if (k) text += L',';
-            text += a[k].GetAsText();
+        case ovEmpty:
+            return CString();
+        case ovBool:
+            return CString(std::get<bool>(m_v) ? L"true" : L"false");
+        case ovInt2:
+        case ovInt4:
+        case ovUByte:
+        case ovUInt4:
+        case ovInt8:
+            return CString(std::to_wstring(std::get<long long>(m_v)));
+        case ovDouble:
+            return CString(Widen(DoubleText(std::get<double>(m_v))));
+        case ovFloat:
+            return CString(Widen(FloatText(std::get<float>(m_v))));
+        case ovString:
+            return CString(std::get<std::wstring>(m_v));
+        case ovLPStr:
+            return CString(std::get<std::string>(m_v).c_str());
+        case ovRef:
+            return std::get<CRef>(m_v).GetAsText();
+        case ovPtr: {
+            char buf[32];
+            std::snprintf(
+                buf, sizeof buf, "0x%llx",
+                static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(std::get<void*>(m_v))));
+            return CString(buf);
         }
-        return text;
-    }
-    default:
-        return CString();
+        case ovVector3: {
+            const MATH::CVector3& v = std::get<MATH::CVector3>(m_v);
+            return CString(Widen(DoubleText(v.x) + "," + DoubleText(v.y) + "," + DoubleText(v.z)));
+        }
+        case ovArray: {
+            const CValueArray& a = std::get<CValueArray>(m_v);
+            CString text;
+            for (long k = 0; k < a.GetCount(); ++k) {
+                if (k) text += L',';
+                text += a[k].GetAsText();
+            }
+            return text;
+        }
+        default:
+            return CString();
     }
 }
 
 CValue::operator bool() const noexcept {
     switch (m_t) {
-    case ovRef:
-        return std::get<CRef>(m_v).GetId() != 0;
-    case ovPtr:
-        return std::get<void*>(m_v) != nullptr;
-    default: {
-        const Number n = CValueAccess::ToNumber(*this);
-        return n.kind == Number::Int ? n.i != 0 : (n.kind == Number::Real ? n.d != 0.0 : false);
-    }
+        case ovRef:
+            return std::get<CRef>(m_v).GetId() != 0;
+        case ovPtr:
+            return std::get<void*>(m_v) != nullptr;
+        default: {
+            const Number n = CValueAccess::ToNumber(*this);
+            return n.kind == Number::Int ? n.i != 0 : (n.kind == Number::Real ? n.d != 0.0 : false);
+        }
     }
 }
 
@@ -341,104 +351,109 @@ bool CValue::operator==(const CValue& o) const {
     }
     if (m_t != o.m_t) return false;
     switch (m_t) {
-    case ovEmpty:
-        return true;
-    case ovRef:
-        return std::get<CRef>(m_v) == std::get<CRef>(o.m_v);
-    case ovPtr:
-        return std::get<void*>(m_v) == std::get<void*>(o.m_v);
-    case ovVector3:
-        return std::get<MATH::CVector3>(m_v) == std::get<MATH::CVector3>(o.m_v);
-    case ovArray:
-        return std::get<CValueArray>(m_v) == std::get<CValueArray>(o.m_v);
-    default:
-        return false;
+        case ovEmpty:
+            return true;
+        case ovRef:
+            return std::get<CRef>(m_v) == std::get<CRef>(o.m_v);
+        case ovPtr:
+            return std::get<void*>(m_v) == std::get<void*>(o.m_v);
+        case ovVector3:
+            return std::get<MATH::CVector3>(m_v) == std::get<MATH::CVector3>(o.m_v);
+        case ovArray:
+            return std::get<CValueArray>(m_v) == std::get<CValueArray>(o.m_v);
+        default:
+            return false;
     }
 }
 
 CStatus CValue::ChangeType(ovValueType t) {
     if (t == m_t) return CStatus::OK;
     switch (t) {
-    case ovEmpty:
-        Clear();
-        return CStatus::OK;
-    case ovBool: {
-        if (m_t == ovRef || m_t == ovPtr) break;
-        const Number n = CValueAccess::ToNumber(*this);
-        if (n.kind == Number::None) break;
-        *this = CValue(n.kind == Number::Int ? n.i != 0 : n.d != 0.0);
-        return CStatus::OK;
-    }
-    case ovInt2:
-    case ovInt4:
-    case ovUByte:
-    case ovUInt4:
-    case ovInt8: {
-        const Number n = CValueAccess::ToNumber(*this);
-        long long i = 0;
-        if (n.kind == Number::Int) {
-            i = n.i;
-        } else if (n.kind == Number::Real && std::isfinite(n.d) && std::fabs(n.d) < 9.2e18) {
-            i = static_cast<long long>(std::round(n.d));
-        } else {
-            break;
+        case ovEmpty:
+            Clear();
+            return CStatus::OK;
+        case ovBool: {
+            if (m_t == ovRef || m_t == ovPtr) break;
+            const Number n = CValueAccess::ToNumber(*this);
+            if (n.kind == Number::None) break;
+            *this = CValue(n.kind == Number::Int ? n.i != 0 : n.d != 0.0);
+            return CStatus::OK;
         }
-        const long long lo = t == ovInt2 ? SHRT_MIN : (t == ovInt4 ? INT_MIN : (t == ovInt8 ? LLONG_MIN : 0));
-        const long long hi =
-            t == ovInt2 ? SHRT_MAX : (t == ovInt4 ? INT_MAX : (t == ovUByte ? UCHAR_MAX : (t == ovUInt4 ? UINT_MAX : LLONG_MAX)));
-        if (i < lo || i > hi) break;
-        m_v.emplace<long long>(i);
-        m_t = t;
-        return CStatus::OK;
-    }
-    case ovDouble:
-    case ovFloat: {
-        const Number n = CValueAccess::ToNumber(*this);
-        if (n.kind == Number::None) break;
-        const double d = n.AsDouble();
-        if (t == ovDouble) {
-            *this = CValue(d);
-        } else {
-            if (std::isfinite(d) && std::fabs(d) > std::numeric_limits<float>::max()) break;
-            *this = CValue(static_cast<float>(d));
-        }
-        return CStatus::OK;
-    }
-    case ovString:
-        *this = CValue(GetAsText());
-        return CStatus::OK;
-    case ovLPStr:
-        *this = CValue(GetAsText().GetAsciiString());
-        return CStatus::OK;
-    case ovRef: {
-        if (!CValueAccess::IsText(m_t)) break;
-        const CRef r = *this;
-        if (r.GetId() == 0) break;
-        *this = CValue(r);
-        return CStatus::OK;
-    }
-    case ovVector3: {
-        MATH::CVector3 v;
-        if (CValueAccess::IsText(m_t)) {
-            if (!CValueAccess::ParseVector(CValueAccess::WideText(*this), v)) break;
-        } else if (m_t == ovArray) {
-            const CValueArray& a = std::get<CValueArray>(m_v);
-            if (a.GetCount() != 3) break;
-            if (CValueAccess::ToNumber(a[0]).kind == Number::None || CValueAccess::ToNumber(a[1]).kind == Number::None ||
-                CValueAccess::ToNumber(a[2]).kind == Number::None)
+        case ovInt2:
+        case ovInt4:
+        case ovUByte:
+        case ovUInt4:
+        case ovInt8: {
+            const Number n = CValueAccess::ToNumber(*this);
+            long long i = 0;
+            if (n.kind == Number::Int) {
+                i = n.i;
+            } else if (n.kind == Number::Real && std::isfinite(n.d) && std::fabs(n.d) < 9.2e18) {
+                i = static_cast<long long>(std::round(n.d));
+            } else {
                 break;
-            v.Set(a[0], a[1], a[2]);
-        } else {
-            break;
+            }
+            const long long lo =
+                t == ovInt2 ? SHRT_MIN : (t == ovInt4 ? INT_MIN : (t == ovInt8 ? LLONG_MIN : 0));
+            const long long hi =
+                t == ovInt2
+                    ? SHRT_MAX
+                    : (t == ovInt4 ? INT_MAX
+                                   : (t == ovUByte ? UCHAR_MAX : (t == ovUInt4 ? UINT_MAX : LLONG_MAX)));
+            if (i < lo || i > hi) break;
+            m_v.emplace<long long>(i);
+            m_t = t;
+            return CStatus::OK;
         }
-        *this = CValue(v);
-        return CStatus::OK;
-    }
-    case ovArray:
-        static_cast<void>(static_cast<CValueArray&>(*this));
-        return CStatus::OK;
-    default:
-        break;
+        case ovDouble:
+        case ovFloat: {
+            const Number n = CValueAccess::ToNumber(*this);
+            if (n.kind == Number::None) break;
+            const double d = n.AsDouble();
+            if (t == ovDouble) {
+                *this = CValue(d);
+            } else {
+                if (std::isfinite(d) && std::fabs(d) > std::numeric_limits<float>::max()) break;
+                *this = CValue(static_cast<float>(d));
+            }
+            return CStatus::OK;
+        }
+        case ovString:
+            *this = CValue(GetAsText());
+            return CStatus::OK;
+        case ovLPStr:
+            *this = CValue(GetAsText().GetAsciiString());
+            return CStatus::OK;
+        case ovRef: {
+            if (!CValueAccess::IsText(m_t)) break;
+            const CRef r = *this;
+            if (r.GetId() == 0) break;
+            *this = CValue(r);
+            return CStatus::OK;
+        }
+        case ovVector3: {
+            MATH::CVector3 v;
+            if (CValueAccess::IsText(m_t)) {
+                if (!CValueAccess::ParseVector(CValueAccess::WideText(*this), v)) break;
+            } else if (m_t == ovArray) {
+                const CValueArray& a = std::get<CValueArray>(m_v);
+                if (a.GetCount() != 3) break;
+                if (CValueAccess::ToNumber(a[0]).kind == Number::None ||
+                    CValueAccess::ToNumber(a[1]).kind == Number::None ||
+                    CValueAccess::ToNumber(a[2]).kind == Number::None)
+                    break;
+                v.Set(a[0], a[1], a[2]);
+            } else {
+                break;
+            }
+            *this = CValue(v);
+            return CStatus::OK;
+        }
+        case ovArray:
+            static_cast<void>(static_cast<CValueArray&>(*this));
+            return CStatus::OK;
+        default:
+            break;
     }
     return CStatus::InvalidArgument;
 }

@@ -149,14 +149,18 @@ CVector3& CVector3::MulByRotation(const CVector3& v, const CRotation& r) noexcep
     return MulByMatrix3(v, r.GetMatrix());
 }
 
-CVector3& CVector3::MulByRotationInPlace(const CRotation& r) noexcept { return MulByRotation(CVector3(*this), r); }
+CVector3& CVector3::MulByRotationInPlace(const CRotation& r) noexcept {
+    return MulByRotation(CVector3(*this), r);
+}
 
 CVector3& CVector3::MulByMatrix3(const CVector3& v, const CMatrix3& m) noexcept {
     return Set(v.x * m(0, 0) + v.y * m(1, 0) + v.z * m(2, 0), v.x * m(0, 1) + v.y * m(1, 1) + v.z * m(2, 1),
                v.x * m(0, 2) + v.y * m(1, 2) + v.z * m(2, 2));
 }
 
-CVector3& CVector3::MulByMatrix3InPlace(const CMatrix3& m) noexcept { return MulByMatrix3(CVector3(*this), m); }
+CVector3& CVector3::MulByMatrix3InPlace(const CMatrix3& m) noexcept {
+    return MulByMatrix3(CVector3(*this), m);
+}
 
 // ---------------------------------------------------------------------------------- CMatrix3
 
@@ -314,9 +318,11 @@ CRotation& CRotation::Mul(const CRotation& a, const CRotation& b) noexcept {
 
 // --------------------------------------------------------------------------- CTransformation
 
-CStatus CTransformation::SetRotationFromXYZAxes(const CVector3& x, const CVector3& y, const CVector3& z) noexcept {
+CStatus CTransformation::SetRotationFromXYZAxes(const CVector3& x, const CVector3& y,
+                                                const CVector3& z) noexcept {
     CVector3 a = x, b = y, c = z;
-    if (a.NormalizeInPlace() != CStatus::OK || b.NormalizeInPlace() != CStatus::OK || c.NormalizeInPlace() != CStatus::OK)
+    if (a.NormalizeInPlace() != CStatus::OK || b.NormalizeInPlace() != CStatus::OK ||
+        c.NormalizeInPlace() != CStatus::OK)
         return CStatus::InvalidArgument;
     CMatrix3 m;
     m.SetRow(0, a).SetRow(1, b).SetRow(2, c);
@@ -404,7 +410,8 @@ CTransformation& CTransformation::Mul(const CTransformation& a, const CTransform
 
 // ---------------------------------------------------------------------------- free functions
 
-CTransformation MapWorldPoseToObjectSpace(const CTransformation& parentGlobal, const CTransformation& global) noexcept {
+CTransformation MapWorldPoseToObjectSpace(const CTransformation& parentGlobal,
+                                          const CTransformation& global) noexcept {
     CTransformation local;
     if (IsUniform(parentGlobal.GetScaling())) {
         CTransformation inv = parentGlobal;
@@ -419,7 +426,8 @@ CTransformation MapWorldPoseToObjectSpace(const CTransformation& parentGlobal, c
     return local;
 }
 
-CTransformation MapObjectPoseToWorldSpace(const CTransformation& parentGlobal, const CTransformation& local) noexcept {
+CTransformation MapObjectPoseToWorldSpace(const CTransformation& parentGlobal,
+                                          const CTransformation& local) noexcept {
     CTransformation world;
     return world.Mul(local, parentGlobal);
 }

@@ -74,7 +74,8 @@ public:
     // A null pointer gives an empty string of that kind.
     CValue(const char* v) : m_t(ovLPStr), m_v(std::in_place_type<std::string>, std::string(v ? v : "")) {}
     CValue(const std::string& v) : m_t(ovLPStr), m_v(std::in_place_type<std::string>, v) {}
-    CValue(const wchar_t* v) : m_t(ovString), m_v(std::in_place_type<std::wstring>, std::wstring(v ? v : L"")) {}
+    CValue(const wchar_t* v)
+        : m_t(ovString), m_v(std::in_place_type<std::wstring>, std::wstring(v ? v : L"")) {}
     CValue(const std::wstring& v) : m_t(ovString), m_v(std::in_place_type<std::wstring>, v) {}
     CValue(const CString& v) : m_t(ovString), m_v(std::in_place_type<std::wstring>, v.std()) {}
     CValue(const CRef& v) noexcept : m_t(ovRef), m_v(std::in_place_type<CRef>, v) {}
@@ -151,8 +152,8 @@ private:
         return v > static_cast<U>(0x7fffffffffffffffLL) ? 0x7fffffffffffffffLL : static_cast<long long>(v);
     }
 
-    using Storage = std::variant<std::monostate, bool, long long, double, float, std::string, std::wstring, CRef,
-                                 void*, MATH::CVector3, CValueArray>;
+    using Storage = std::variant<std::monostate, bool, long long, double, float, std::string, std::wstring,
+                                 CRef, void*, MATH::CVector3, CValueArray>;
 
     ovValueType m_t = ovEmpty;
     Storage m_v;
