@@ -20,6 +20,7 @@ std::vector<std::wstring> LogTexts(int severity = 0);
 // a path. An empty CValue answers "cancel". With an empty queue: message boxes answer OK (or
 // Yes for yes/no boxes), pickers and browsers cancel, "InspectObj" answers OK.
 void QueueAnswer(const CValue& answer);
+// Drops the queued answers and the record of questions asked so far.
 void ClearAnswers();
 std::size_t PendingAnswers();
 // Every question asked, as "<kind>: <text>" ("MsgBox: ...", "PickObject: ...", ...).
@@ -51,6 +52,9 @@ bool LoadPlugin(const std::string& path, std::wstring& error);
 const std::vector<PluginRecord>& Plugins();
 // Finds an exported callback of a loaded plug-in by its plain name; null when none has it.
 ORVCallbackFn FindCallback(const std::wstring& name);
+// Calls the scene event callback of that name (MyNewScene_OnEvent, MyOpenScene_OnEvent) in
+// every loaded plug-in that exports it, in load order.
+void FireSceneEvent(const std::wstring& callbackName);
 
 // --- Commands
 struct CommandInfo {

@@ -3,6 +3,7 @@
 #include <cwctype>
 
 #include "HostTesting.h"
+#include "HostUI.h"
 
 namespace orvhost {
 
@@ -74,8 +75,12 @@ void Host::Log(const std::wstring& text, int severity) {
     if (logSink) logSink(log.back());
 }
 
+static void RunDeleteHooks(Item* item);
+
 void ResetScene() {
     Host& h = TheHost();
+    // Properties and operators of the old scene get their _Term as on any deletion.
+    RunDeleteHooks(h.scene->root.get());
     h.scene.reset();
     h.scene = std::make_unique<Scene>();
     h.uiRoot.reset();
@@ -344,10 +349,9 @@ PropertyItem* AddPropertyTo(Item* owner, const std::wstring& type, const std::ws
     int cid = ORV::ovPropertyID;
     if (type == L"CustomProperty") cid = ORV::ovCustomPropertyID;
     if (type == L"UserDataBlob") cid = ORV::ovUserDataBlobID;
-    bool pluginType = false;
-    for (const PluginRecord& pr : Plugins())
-        for (const RegisteredItem& ri : pr.items)
-            if (ri.kind == L"Property" && ri.name == type) pluginType = true;
+    // Scripts also add parameter lists under preset names of their own making.
+    if (type == L"Custom_parameter_list") cid = ORV::ovCustomPropertyID;
+    const bool pluginType = IsPluginPropertyType(type);
     if (pluginType) cid = ORV::ovCustomPropertyID;
     const bool known = cid != ORV::ovPropertyID || type == L"Display Property" || type == L"Visibility" ||
                        type == L"Play Control" || type == L"Preferences";
@@ -363,17 +367,7 @@ PropertyItem* AddPropertyTo(Item* owner, const std::wstring& type, const std::ws
         raw->AddParam(L"selectability", ORV::ovBool, CValue(true));
     }
     if (owner->IsA(ORV::ov3DObjectID)) static_cast<Object3D*>(owner)->properties.push_back(raw);
-    if (pluginType) {
-        std::wstring fn;
-        for (wchar_t c : type)
-            if (c != L' ') fn += c;
-        if (ORVCallbackFn define = FindCallback(fn + L"_Define")) {
-            ContextItem ctx;
-            ctx.source = raw->Ref();
-            CRef ref = ctx.Ref();
-            define(ref);
-        }
-    }
+    if (pluginType) RunCallback(CallbackName(type, L"_Define"), raw->Ref());
     TheHost().Touch();
     return raw;
 }

@@ -183,10 +183,11 @@ enum ovPPGEventID {
 
 // Inspection modes of "InspectObj".
 enum ovInspectMode {
-    ovModal = 0,
+    ovInspectDefault = 0,
     ovFollow = 1,
     ovLock = 2,
     ovRecycle = 3,
+    ovModal = 4,
 };
 
 // NURBS data format of AddNurbsCurve.

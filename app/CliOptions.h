@@ -1,0 +1,28 @@
+// The command line of trovo: options, the action, and the command's arguments as text.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace trovo {
+
+struct CliOptions {
+    bool help = false;
+    bool verbose = false;
+    std::string plugin;  // empty: libtrovo.so next to the executable
+    std::string user, shared, factory, dataRoot;
+    std::string scene, save;
+    std::vector<std::string> answers;
+    std::string action;  // "commands" or "exec"
+    std::string command;
+    std::vector<std::string> arguments;
+};
+
+// Reads argv. Options may stand before or after the action; "--" ends the options, so that a
+// command argument may start with "--". False with a message for the user in `error`.
+bool ParseCommandLine(int argc, char** argv, CliOptions& options, std::string& error);
+
+// The help text.
+std::string UsageText(const std::string& defaultFactory);
+
+}  // namespace trovo
