@@ -1,7 +1,6 @@
 // Reading speed of the BVH reader on the longest file of the test data (CMU 01_01 in its 2008
 // conversion: 2752 frames of 31 joints, about 2 MB), and the evaluation of all its frames.
 #include <benchmark/benchmark.h>
-
 #include <sys/stat.h>
 
 #include <memory>
@@ -23,7 +22,8 @@ void BM_ReadLongestBvh(benchmark::State& state) {
     int frames = 0;
     int nodes = 0;
     for (auto _ : state) {
-        std::unique_ptr<ZUK::MocapData> data(ZUK::BvImport::extractMocapData(ORV::CString(kPath.c_str()), ZUK::YUp));
+        std::unique_ptr<ZUK::MocapData> data(
+            ZUK::BvImport::extractMocapData(ORV::CString(kPath.c_str()), ZUK::YUp));
         if (!data) {
             state.SkipWithError("the file did not read");
             return;
@@ -34,14 +34,15 @@ void BM_ReadLongestBvh(benchmark::State& state) {
     }
     using benchmark::Counter;
     state.counters["frames_per_second"] = Counter(frames, Counter::kIsIterationInvariantRate);
-    state.counters["node_frames_per_second"] = Counter(static_cast<double>(frames) * nodes,
-                                                       Counter::kIsIterationInvariantRate);
+    state.counters["node_frames_per_second"] =
+        Counter(static_cast<double>(frames) * nodes, Counter::kIsIterationInvariantRate);
     state.counters["MB_per_second"] = Counter(FileMegabytes(), Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(BM_ReadLongestBvh)->Unit(benchmark::kMillisecond);
 
 void BM_UpdateTransformsAllFrames(benchmark::State& state) {
-    std::unique_ptr<ZUK::MocapData> data(ZUK::BvImport::extractMocapData(ORV::CString(kPath.c_str()), ZUK::YUp));
+    std::unique_ptr<ZUK::MocapData> data(
+        ZUK::BvImport::extractMocapData(ORV::CString(kPath.c_str()), ZUK::YUp));
     if (!data) {
         state.SkipWithError("the file did not read");
         return;
@@ -53,8 +54,8 @@ void BM_UpdateTransformsAllFrames(benchmark::State& state) {
     }
     using benchmark::Counter;
     state.counters["frames_per_second"] = Counter(frames, Counter::kIsIterationInvariantRate);
-    state.counters["node_frames_per_second"] = Counter(static_cast<double>(frames) * data->nodeCount,
-                                                       Counter::kIsIterationInvariantRate);
+    state.counters["node_frames_per_second"] =
+        Counter(static_cast<double>(frames) * data->nodeCount, Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(BM_UpdateTransformsAllFrames)->Unit(benchmark::kMillisecond);
 

@@ -7,18 +7,21 @@ namespace ZUK {
 namespace {
 
 // Thresholds kept at the single-precision values they always had.
-constexpr double kSmall = 9.999999747378752e-06;         // 0.00001f
-constexpr double kAlmostOne = 0.9999899864196777;        // 0.99999f
-constexpr double kHalfTurnApprox = 3.1415927;            // the half turn of the fall-backs
-constexpr double kFullTurnEuler = 6.28318531;            // wraps GetEulerAngles into [0, 2 pi)
+constexpr double kSmall = 9.999999747378752e-06;   // 0.00001f
+constexpr double kAlmostOne = 0.9999899864196777;  // 0.99999f
+constexpr double kHalfTurnApprox = 3.1415927;      // the half turn of the fall-backs
+constexpr double kFullTurnEuler = 6.28318531;      // wraps GetEulerAngles into [0, 2 pi)
 
 inline DrvQuaternion AxisQuaternion(int axis, double angle) noexcept {
     const double s = std::sin(angle * 0.5);
     const double c = std::cos(angle * 0.5);
     switch (axis) {
-        case 0: return DrvQuaternion(s, 0.0, 0.0, c);
-        case 1: return DrvQuaternion(0.0, s, 0.0, c);
-        default: return DrvQuaternion(0.0, 0.0, s, c);
+        case 0:
+            return DrvQuaternion(s, 0.0, 0.0, c);
+        case 1:
+            return DrvQuaternion(0.0, s, 0.0, c);
+        default:
+            return DrvQuaternion(0.0, 0.0, s, c);
     }
 }
 
@@ -37,9 +40,7 @@ void DrvVector::Set(double ax, double ay, double az) noexcept {
     z = az;
 }
 
-void DrvVector::Add(const DrvVector& a, const DrvVector& b) noexcept {
-    Set(a.x + b.x, a.y + b.y, a.z + b.z);
-}
+void DrvVector::Add(const DrvVector& a, const DrvVector& b) noexcept { Set(a.x + b.x, a.y + b.y, a.z + b.z); }
 
 void DrvVector::Subtract(const DrvVector& a, const DrvVector& b) noexcept {
     Set(a.x - b.x, a.y - b.y, a.z - b.z);
@@ -97,10 +98,8 @@ void DrvQuaternion::Set(double ax, double ay, double az, double aw) noexcept {
 }
 
 void DrvQuaternion::Multiply(const DrvQuaternion& a, const DrvQuaternion& b) noexcept {
-    Set(a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y,
-        a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x,
-        a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w,
-        a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z);
+    Set(a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y, a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x,
+        a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w, a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z);
 }
 
 void DrvQuaternion::SetEulerAngles(double ax, double ay, double az) noexcept {
@@ -239,7 +238,8 @@ void DrvQuaternion::FromThreeVectors(const DrvVector& a0, const DrvVector& b0, c
     Set(x / len, y / len, z / len, w / len);
 }
 
-void DrvQuaternion::Interpolate(const DrvQuaternion& a0, const DrvQuaternion& b, double t, int spin) noexcept {
+void DrvQuaternion::Interpolate(const DrvQuaternion& a0, const DrvQuaternion& b, double t,
+                                int spin) noexcept {
     DrvQuaternion a = a0;
     double d = a.x * b.x + a.y * b.y + a.z * b.z + a.w * b.w;
     if (d < 0.0) {

@@ -44,8 +44,10 @@ ORV::MATH::CVector3 projectOntoPlane(const ORV::MATH::CVector3& v, ORV::MATH::CV
     return ORV::MATH::CVector3(v.x - along * normal.x, v.y - along * normal.y, v.z - along * normal.z);
 }
 
-ORV::MATH::CRotation BuildRotationBetweenTwoAxisPairs(const ORV::MATH::CVector3& a1, const ORV::MATH::CVector3& a2,
-                                                      const ORV::MATH::CVector3& b1, const ORV::MATH::CVector3& b2) {
+ORV::MATH::CRotation BuildRotationBetweenTwoAxisPairs(const ORV::MATH::CVector3& a1,
+                                                      const ORV::MATH::CVector3& a2,
+                                                      const ORV::MATH::CVector3& b1,
+                                                      const ORV::MATH::CVector3& b2) {
     // First rotation: a1 onto b1.
     ORV::MATH::CVector3 axis;
     axis.Cross(a1, b1);

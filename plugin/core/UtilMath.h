@@ -17,8 +17,10 @@ ORV::MATH::CTransformation invertTransform(const ORV::MATH::CTransformation& tra
 // v minus its component along the normalised normal.
 ORV::MATH::CVector3 projectOntoPlane(const ORV::MATH::CVector3& v, ORV::MATH::CVector3 normal);
 // The rotation that takes a1 onto b1, then turns a2 about b1 into the plane of b2.
-ORV::MATH::CRotation BuildRotationBetweenTwoAxisPairs(const ORV::MATH::CVector3& a1, const ORV::MATH::CVector3& a2,
-                                                      const ORV::MATH::CVector3& b1, const ORV::MATH::CVector3& b2);
+ORV::MATH::CRotation BuildRotationBetweenTwoAxisPairs(const ORV::MATH::CVector3& a1,
+                                                      const ORV::MATH::CVector3& a2,
+                                                      const ORV::MATH::CVector3& b1,
+                                                      const ORV::MATH::CVector3& b2);
 
 }  // namespace Util
 }  // namespace ZUK

@@ -2,9 +2,9 @@
 // formatted reads: any white space separates words, and the section words are case sensitive.
 #pragma once
 
-#include <cstdio>
-
 #include <orv/ORV.h>
+
+#include <cstdio>
 
 #include "core/Drv.h"
 #include "mocap/Mocap.h"

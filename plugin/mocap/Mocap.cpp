@@ -5,9 +5,7 @@
 
 namespace ZUK {
 
-MocapData::~MocapData() {
-    allocate(0);
-}
+MocapData::~MocapData() { allocate(0); }
 
 bool MocapData::allocate(int count) {
     if (nodes) {

@@ -353,7 +353,7 @@ TEST(DrvQuaternion, FromTwoVectorsOfOppositeDiagonalsGivesTheNearlyNullQuaternio
 }
 
 TEST(DrvQuaternion, FromThreeVectorsReadsTheRowsOfARotationMatrix) {
-    const Q cases[] = {Hamilton(Rz(0.3), Hamilton(Ry(0.2), Rx(-0.9))), Rx(kPi), Ry(kPi), Rz(kPi),
+    const Q cases[] = {Hamilton(Rz(0.3), Hamilton(Ry(0.2), Rx(-0.9))),      Rx(kPi), Ry(kPi), Rz(kPi),
                        AxisAngle(std::sqrt(0.5), std::sqrt(0.5), 0.0, kPi), Rz(2.5)};
     for (const Q& n : cases) {
         _DrvMatrix m;
@@ -399,8 +399,8 @@ TEST(DrvQuaternion, InterpolateOfCloseRotationsIsLinearAndNotNormalised) {
     const Q b = Rx(0.5);
     DrvQuaternion q;
     q.Interpolate(D(a), D(b), 0.5, 0);
-    ExpectQuat(Q{0.5 * a.x + 0.5 * b.x, 0.5 * a.y + 0.5 * b.y, 0.5 * a.z + 0.5 * b.z, 0.5 * a.w + 0.5 * b.w}, q,
-               1e-15);
+    ExpectQuat(Q{0.5 * a.x + 0.5 * b.x, 0.5 * a.y + 0.5 * b.y, 0.5 * a.z + 0.5 * b.z, 0.5 * a.w + 0.5 * b.w},
+               q, 1e-15);
     EXPECT_LT(std::sqrt(q.x * q.x + q.w * q.w), 1.0 - 1e-3);
 }
 

@@ -37,8 +37,9 @@ CQuaternion AxisAngle(const CVector3& axis, double angle) {
 
 // Hamilton product a * b on host quaternions (b applied first).
 CQuaternion Hamilton(const CQuaternion& a, const CQuaternion& b) {
-    return CQuaternion(a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z, a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y,
-                       a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x, a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w);
+    return CQuaternion(
+        a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z, a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y,
+        a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x, a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w);
 }
 
 void ExpectVec(const CVector3& expected, const CVector3& v, double tol) {

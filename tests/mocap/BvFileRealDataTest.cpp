@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -118,8 +118,8 @@ Reference Parse(const std::string& path) {
     if (word != "HIERARCHY") return ref;
     in >> word;  // ROOT
     if (!ParseJoint(in, ref, -1)) return ref;
-    in >> word;  // MOTION
-    in >> word >> ref.frames;  // Frames:
+    in >> word;                  // MOTION
+    in >> word >> ref.frames;    // Frames:
     in >> word >> word >> word;  // Frame Time: t
     ref.values.reserve(static_cast<size_t>(ref.frames) * ref.valuesPerFrame);
     for (long i = 0; i < static_cast<long>(ref.frames) * ref.valuesPerFrame; ++i) {
@@ -213,15 +213,18 @@ TEST_P(BvFileRealData, JointsStandWhereIndependentForwardKinematicsPutsThem) {
         data.updateTransforms(frame);
         for (int i = 0; i < data.nodeCount; ++i) {
             const ORV::MATH::CVector3 p = data.nodes[i].global.GetTranslation();
-            EXPECT_NEAR(g[i][3], p.x, tolerance) << c.path << " frame " << frame << " joint " << ref.joints[i].name;
-            EXPECT_NEAR(g[i][7], p.y, tolerance) << c.path << " frame " << frame << " joint " << ref.joints[i].name;
-            EXPECT_NEAR(g[i][11], p.z, tolerance) << c.path << " frame " << frame << " joint " << ref.joints[i].name;
+            EXPECT_NEAR(g[i][3], p.x, tolerance)
+                << c.path << " frame " << frame << " joint " << ref.joints[i].name;
+            EXPECT_NEAR(g[i][7], p.y, tolerance)
+                << c.path << " frame " << frame << " joint " << ref.joints[i].name;
+            EXPECT_NEAR(g[i][11], p.z, tolerance)
+                << c.path << " frame " << frame << " joint " << ref.joints[i].name;
             // The host's matrix is the row form: the transpose of the column form above.
             const ORV::MATH::CMatrix3 m = data.nodes[i].global.GetRotationMatrix3();
             for (int r = 0; r < 3; ++r)
                 for (int k = 0; k < 3; ++k)
-                    EXPECT_NEAR(g[i][k * 4 + r], m.Get(r, k), 1e-4) << c.path << " frame " << frame << " joint "
-                                                                     << ref.joints[i].name;
+                    EXPECT_NEAR(g[i][k * 4 + r], m.Get(r, k), 1e-4)
+                        << c.path << " frame " << frame << " joint " << ref.joints[i].name;
         }
     }
 }

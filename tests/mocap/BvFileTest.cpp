@@ -327,7 +327,8 @@ void ExpectConverted(ZUK::UpDirection up, const Q& a, const Q& b) {
         ExpectVec(Rotate(ba, t.translation), r.data.nodes[0].frames[f].translation);
         // Only the root turns.
         const ZUK::DrvTransform& c = y.data.nodes[1].frames[f];
-        ExpectQuat(Q{c.rotation.x, c.rotation.y, c.rotation.z, c.rotation.w}, r.data.nodes[1].frames[f].rotation, 0.0);
+        ExpectQuat(Q{c.rotation.x, c.rotation.y, c.rotation.z, c.rotation.w},
+                   r.data.nodes[1].frames[f].rotation, 0.0);
         ExpectVec(c.translation, r.data.nodes[1].frames[f].translation, 0.0);
     }
 }
@@ -467,10 +468,11 @@ TEST(BvFile, MoreNodesThanTheTableHoldsFailsCleanly) {
 }
 
 TEST(BvFile, MoreChannelsThanTheTableHoldsFailsCleanly) {
-    EXPECT_FALSE(Read(Replace(kTwoChildren, "CHANNELS 6 Xposition Yposition Zposition Zrotation Xrotation Yrotation",
-                              "CHANNELS 8 Xposition Yposition Zposition Zrotation Xrotation Yrotation "
-                              "Xrotation Yrotation"))
-                     .hierarchyOk);
+    EXPECT_FALSE(
+        Read(Replace(kTwoChildren, "CHANNELS 6 Xposition Yposition Zposition Zrotation Xrotation Yrotation",
+                     "CHANNELS 8 Xposition Yposition Zposition Zrotation Xrotation Yrotation "
+                     "Xrotation Yrotation"))
+            .hierarchyOk);
 }
 
 TEST(BvFile, OverlongWordFailsCleanly) {

@@ -277,9 +277,9 @@ TEST_F(CreateBvhModel, ClearsThePositionExpressionsAndFramesTheView) {
     int setExpr = 0, frameAll = 0;
     for (const std::wstring& line : orvhost::LogTexts()) {
         if (line.find(L"SetExpr") != std::wstring::npos) {
-            for (const wchar_t* path : {L"BVH.Spine.kine.local.posx", L"BVH.Spine.kine.local.posy",
-                                        L"BVH.Spine.kine.local.posz", L"BVH.Leg.kine.local.posx",
-                                        L"BVH.Leg.kine.local.posy", L"BVH.Leg.kine.local.posz"})
+            for (const wchar_t* path :
+                 {L"BVH.Spine.kine.local.posx", L"BVH.Spine.kine.local.posy", L"BVH.Spine.kine.local.posz",
+                  L"BVH.Leg.kine.local.posx", L"BVH.Leg.kine.local.posy", L"BVH.Leg.kine.local.posz"})
                 if (line.find(path) != std::wstring::npos) ++setExpr;
         }
         if (line.find(L"FrameAll") != std::wstring::npos) ++frameAll;

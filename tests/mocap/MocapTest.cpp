@@ -181,6 +181,6 @@ TEST(MocapData, UpdateTransformsSkipsOnlyTheNodesWithoutThatFrame) {
     data.nodes[0].frameCount = 1;  // the root has frame 0 only
     data.updateTransforms(2);
     EXPECT_TRUE(data.nodes[0].global.Equals(rootBefore, 0.0));
-    EXPECT_TRUE(data.nodes[1].local.GetRotation().Equals(
-        ORV::MATH::CRotation(0.5, 0, 0, ORV::MATH::ovXYZ), 1e-12));
+    EXPECT_TRUE(
+        data.nodes[1].local.GetRotation().Equals(ORV::MATH::CRotation(0.5, 0, 0, ORV::MATH::ovXYZ), 1e-12));
 }

@@ -1,13 +1,12 @@
 // A file with given contents in the temporary folder, removed when the object goes.
 #pragma once
 
+#include <orv/CString.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-
-#include <orv/CString.h>
 
 namespace trovotest {
 
