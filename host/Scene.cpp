@@ -31,6 +31,10 @@ void AddKinematics(Object3D* obj) {
     for (const wchar_t* n : {L"nposx", L"nposy", L"nposz", L"nrotx", L"nroty", L"nrotz"})
         k->local->AddParam(n, ORV::ovDouble, CValue(0.0));
     for (const wchar_t* n : {L"nsclx", L"nscly", L"nsclz"}) k->local->AddParam(n, ORV::ovDouble, CValue(1.0));
+    // The global state's parameters read and write parts of the evaluated global pose.
+    for (const wchar_t* n : {L"posx", L"posy", L"posz", L"rotx", L"roty", L"rotz"})
+        k->global->AddParam(n, ORV::ovDouble, CValue(0.0));
+    for (const wchar_t* n : {L"sclx", L"scly", L"sclz"}) k->global->AddParam(n, ORV::ovDouble, CValue(1.0));
 }
 
 bool IsDigit(wchar_t c) { return c >= L'0' && c <= L'9'; }

@@ -236,7 +236,16 @@ public:
 
 // A function curve. Tangents are offsets from their key in (frames, value): the left tangent
 // points back in time (negative x), the right one forward; a cubic segment from key a to key b
-// is the Bezier curve with control points a, a + right(a), b + left(b), b.
+// is the Bezier curve with control points a, a + right(a), b + left(b), b, evaluated at a time
+// by solving its x for that time (tangent x extents beyond the segment are shortened along
+// their own direction to fit it, so that time runs forward). Each key's interpolation rules
+// the segment that starts at it: constant holds the key's value, linear runs straight to the
+// next key. Before the first key and after the last the curve keeps their values. A key added
+// without tangents gets automatic ones, recomputed whenever the keys change: the slope through
+// its two neighbours (at an end, the slope of its one segment), a third of the neighbouring
+// interval long; putting a tangent makes the key's tangents its own. With the continuity
+// constraint (4) on, putting one tangent gives the other the same slope, keeping its length in
+// time.
 class FCurve : public ProjectItem {
 public:
     ORV_HANDLE(FCurve, ovFCurveID)
