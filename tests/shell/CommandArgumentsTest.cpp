@@ -22,6 +22,9 @@ struct MissingCase {
     const char* name;  // test name suffix
 };
 
+// Test output names the case instead of dumping its bytes.
+void PrintTo(const MissingCase& c, std::ostream* os) { *os << c.name; }
+
 // Every row of the failure table, one case per message, in the order of the tests.
 const std::vector<MissingCase> kFailureTable = {
     {L"Retarget", {Kind::Model, Kind::Model, Kind::Int, Kind::Int}, 0, L"Retarget command missing source model.",
@@ -180,6 +183,8 @@ const std::vector<SilentCase> kSilentCommands = {
     {L"CleanTagsFromRig", {Kind::Model}, "CleanTagsFromRig"},
     {L"SetStructureFile", {Kind::Model, Kind::String}, "SetStructureFile"},
 };
+
+void PrintTo(const SilentCase& c, std::ostream* os) { *os << c.name; }
 
 class SilentCommand : public ShellTest, public ::testing::WithParamInterface<SilentCase> {};
 

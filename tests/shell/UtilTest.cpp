@@ -28,14 +28,6 @@ bool CommandLog() {
     return static_cast<bool>(value);
 }
 
-void SetCommandLog(bool on) {
-    ORV::CValueArray args;
-    args.Add(ORV::CString(L"preferences.scripting.cmdlog"));
-    args.Add(on);
-    ORV::CValue ignored;
-    ORV::Application().ExecuteCommand(L"SetValue", args, ignored);
-}
-
 ORV::FCurve AddCurve(ORV::X3DObject object, const wchar_t* parameter, std::initializer_list<double> frames) {
     ORV::Parameter p = object.GetKinematics().GetLocal().GetParameter(parameter);
     ORV::FCurve curve;
@@ -352,10 +344,20 @@ TEST_F(ShellTest, FrameSelectsNothingAfterwardsAndAnswersOK) {
 TEST_F(ShellTest, InspectObjIsTrueWhenTheUserPressesOK) {
     ORV::Model model = AddModel(Root(), L"Rig");
     ORV::CustomProperty property = AddCustomProperty(model, L"Page");
+    const int modal = 4;
     orvhost::QueueAnswer(true);
-    EXPECT_TRUE(Util::inspectObj(property.GetFullName(), L"", L"A Title", 3, false));
+    EXPECT_TRUE(Util::inspectObj(property.GetFullName(), L"", L"A Title", modal, false));
     orvhost::QueueAnswer(false);
-    EXPECT_FALSE(Util::inspectObj(property.GetFullName(), L"", L"A Title", 3, false));
+    EXPECT_FALSE(Util::inspectObj(property.GetFullName(), L"", L"A Title", modal, false));
+    EXPECT_EQ(orvhost::PendingAnswers(), 0u);
+}
+
+TEST_F(ShellTest, InspectObjWithoutAModalPageAsksNothingAndIsTrue) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::CustomProperty property = AddCustomProperty(model, L"Page");
+    orvhost::QueueAnswer(false);
+    EXPECT_TRUE(Util::inspectObj(property.GetFullName(), L"", L"Rig Tagging Tool", 3, false));
+    EXPECT_EQ(orvhost::PendingAnswers(), 1u);
 }
 
 // ---- Asking the user ------------------------------------------------------------------------
@@ -376,9 +378,10 @@ TEST_F(ShellTest, QueryYesNoIsTrueUnlessTheAnswerIsNo) {
     EXPECT_FALSE(Util::QueryYesNo(L"Overwrite?"));
     orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgYes)));
     EXPECT_TRUE(Util::QueryYesNo(L"Overwrite?"));
-    orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgCancel)));
+    // Nobody there to answer: the box answers Yes.
     EXPECT_TRUE(Util::QueryYesNo(L"Overwrite?"));
     EXPECT_TRUE(Log().empty());
+    EXPECT_EQ(orvhost::Questions().size(), 3u);
 }
 
 TEST_F(ShellTest, FileBrowserGivesThePickedPathOrEmptyOnCancel) {
