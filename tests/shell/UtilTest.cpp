@@ -325,6 +325,35 @@ TEST_F(ShellTest, ClearNodeAnimRemovesTheAnimationOfOneObject) {
     EXPECT_TRUE(spine.GetKinematics().GetLocal().GetParameter(L"posx").IsAnimated(ORV::ovFCurveSource));
 }
 
+TEST_F(ShellTest, GetConstrainedObjectsGivesWhatAConstraintDrives) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject driver = AddNull(model, L"Driver");
+    ORV::X3DObject driven = AddNull(model, L"Driven");
+    AddNull(model, L"Bystander");
+    ORV::Constraint cns;
+    ASSERT_EQ(driven.GetKinematics().AddConstraint(L"Position", driver.GetRef(), cns), ORV::CStatus::OK);
+    ORV::CValue result = Util::getConstrainedObjects(driver.GetRef(), cns.GetRef());
+    const ORV::CValueArray& objects = result;
+    ASSERT_EQ(objects.GetCount(), 1);
+    EXPECT_EQ(static_cast<ORV::CRef>(objects[0]), driven.GetRef());
+}
+
+TEST_F(ShellTest, GetSkeletonGivesTheChainBonesAndHandsBackTheRoot) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::ChainRoot chainRoot;
+    ASSERT_EQ(model.Add2DChain(ORV::MATH::CVector3(0, 0, 0), ORV::MATH::CVector3(0, -4, 0),
+                               ORV::MATH::CVector3(0, 0, 1), L"Leg", chainRoot),
+              ORV::CStatus::OK);
+    ORV::ChainBone shin;
+    ASSERT_EQ(chainRoot.AddBone(ORV::MATH::CVector3(0, -8, 1), L"Shin", shin), ORV::CStatus::OK);
+    ORV::CValue root;
+    ORV::CValue result = Util::getSkeleton(shin.GetRef(), root);
+    const ORV::CValueArray& bones = result;
+    ASSERT_EQ(bones.GetCount(), 2);
+    EXPECT_EQ(static_cast<ORV::CRef>(bones[1]), shin.GetRef());
+    EXPECT_EQ(static_cast<ORV::CRef>(root), chainRoot.GetRef());
+}
+
 TEST_F(ShellTest, LogCommandsSetsTheCommandLogAndAnswersTheOldValue) {
     SetCommandLog(true);
     EXPECT_TRUE(Util::logCommands(false));
