@@ -12,9 +12,7 @@
 
 namespace shelltest {
 
-inline std::string TrovoLibraryPath() {
-    return std::string(TROVO_BIN_DIR) + "/libtrovo.so";
-}
+inline std::string TrovoLibraryPath() { return std::string(TROVO_BIN_DIR) + "/libtrovo.so"; }
 
 // Loads libtrovo.so once per process; the error text of the loader when it fails.
 inline const std::wstring& LoadTrovoOnce() {

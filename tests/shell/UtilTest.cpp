@@ -418,7 +418,8 @@ TEST_F(ShellTest, FileBrowserGivesThePickedPathOrEmptyOnCancel) {
     EXPECT_EQ(Util::fileBrowser(L"Select BVH File (*.bvh)|*.bvh||", L"Select BVH File", L"/data", true),
               L"/data/walk.bvh");
     orvhost::QueueAnswer(ORV::CValue());
-    EXPECT_EQ(Util::fileBrowser(L"Save Trovo File (*.trovo)|*.trovo||", L"Save Trovo File", L"/data", false), L"");
+    EXPECT_EQ(Util::fileBrowser(L"Save Trovo File (*.trovo)|*.trovo||", L"Save Trovo File", L"/data", false),
+              L"");
 }
 
 // ---- Play control and keys ------------------------------------------------------------------
