@@ -22,9 +22,7 @@ void AdjustPPG::closePanel() {
     app.LogMessage(L"closePanel is not built yet", 4);
 }
 
-void AdjustPPG::SavePreset(ORV::Model, ORV::CString) {
-    app.LogMessage(L"SavePreset is not built yet", 4);
-}
+void AdjustPPG::SavePreset(ORV::Model, ORV::CString) { app.LogMessage(L"SavePreset is not built yet", 4); }
 
 void AdjustPPG::LoadPreset(ORV::Model, ORV::CString, double) {
     app.LogMessage(L"LoadPreset is not built yet", 4);

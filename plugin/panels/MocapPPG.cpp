@@ -10,9 +10,7 @@ ORV::CStatus notBuilt(const wchar_t* what) {
 }
 }  // namespace
 
-extern "C" ORV::CStatus MocapPPG_Define(ORV::CRef&) {
-    return notBuilt(L"MocapPPG_Define is not built yet");
-}
+extern "C" ORV::CStatus MocapPPG_Define(ORV::CRef&) { return notBuilt(L"MocapPPG_Define is not built yet"); }
 
 extern "C" ORV::CStatus MocapPPG_DefineLayout(ORV::CRef&) {
     return notBuilt(L"MocapPPG_DefineLayout is not built yet");

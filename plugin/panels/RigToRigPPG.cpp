@@ -13,9 +13,7 @@ ORV::CStatus notBuilt(const wchar_t* what) {
 
 const ORV::CString RigToRigPPG::PROPERTY_NAME(L"RigToRigPPG");
 
-RigToRigPPG::RigToRigPPG(bool) {
-    app.LogMessage(L"RigToRigPPG is not built yet", 4);
-}
+RigToRigPPG::RigToRigPPG(bool) { app.LogMessage(L"RigToRigPPG is not built yet", 4); }
 
 }  // namespace ZUK
 

@@ -52,9 +52,7 @@ bool TagPPG::CreateTagPPG(ORV::Model, bool) {
 
 // Property type callbacks, found by the host by name.
 
-extern "C" ORV::CStatus TagPPG_Define(ORV::CRef&) {
-    return ZUK::notBuilt(L"TagPPG_Define is not built yet");
-}
+extern "C" ORV::CStatus TagPPG_Define(ORV::CRef&) { return ZUK::notBuilt(L"TagPPG_Define is not built yet"); }
 
 extern "C" ORV::CStatus TagPPG_DefineLayout(ORV::CRef&) {
     return ZUK::notBuilt(L"TagPPG_DefineLayout is not built yet");

@@ -16,8 +16,6 @@ PlotRetarget::PlotRetarget(ORV::Model model_, bool preserve_, bool inflection_, 
       step(step_),
       model(model_) {}
 
-void PlotRetarget::plot() {
-    app.LogMessage(L"plot is not built yet", 4);
-}
+void PlotRetarget::plot() { app.LogMessage(L"plot is not built yet", 4); }
 
 }  // namespace ZUK

@@ -10,7 +10,8 @@ class PlotRetarget {
 public:
     // Plots frames [start, end) of `model`. `preserve` keeps the source's key timing,
     // `inflection` keys peaks, valleys and inflection points, `interval` keys every `step` frames.
-    PlotRetarget(ORV::Model model, bool preserve, bool inflection, bool interval, int step, int start, int end);
+    PlotRetarget(ORV::Model model, bool preserve, bool inflection, bool interval, int step, int start,
+                 int end);
 
     // Does the whole plot.
     void plot();

@@ -39,17 +39,11 @@ ORV::Model toModel(const ORV::CValue& value) {
     return ORV::Model(ref);
 }
 
-ORV::CString toString(const ORV::CValue& value) {
-    return static_cast<ORV::CString>(value);
-}
+ORV::CString toString(const ORV::CValue& value) { return static_cast<ORV::CString>(value); }
 
-int toInt(const ORV::CValue& value) {
-    return static_cast<int>(value);
-}
+int toInt(const ORV::CValue& value) { return static_cast<int>(value); }
 
-bool toBool(const ORV::CValue& value) {
-    return static_cast<bool>(value);
-}
+bool toBool(const ORV::CValue& value) { return static_cast<bool>(value); }
 
 // The command's arguments, in the order in which _Init declared them.
 ORV::CValueArray arguments(ORV::Context& ctxt) {
@@ -58,9 +52,7 @@ ORV::CValueArray arguments(ORV::Context& ctxt) {
     return args;
 }
 
-void putReturn(ORV::Context& ctxt, const ORV::CValue& value) {
-    ctxt.PutAttribute(L"ReturnValue", value);
-}
+void putReturn(ORV::Context& ctxt, const ORV::CValue& value) { ctxt.PutAttribute(L"ReturnValue", value); }
 
 // Declares the arguments with empty defaults and enables the return value.
 ORV::CStatus declare(ORV::CRef& in_ctxt, std::initializer_list<const wchar_t*> names) {
@@ -207,7 +199,8 @@ extern "C" ORV::CStatus RetargetC3DData_Execute(ORV::CRef& in_ctxt) {
 // ---- ImportC3DFile --------------------------------------------------------------------------
 
 extern "C" ORV::CStatus ImportC3DFile_Init(ORV::CRef& in_ctxt) {
-    return declare(in_ctxt, {L"c3dfile", L"updir", L"create_esr_Optional", L"esr_structuretemplate_Optional"});
+    return declare(in_ctxt,
+                   {L"c3dfile", L"updir", L"create_esr_Optional", L"esr_structuretemplate_Optional"});
 }
 
 extern "C" ORV::CStatus ImportC3DFile_Execute(ORV::CRef& in_ctxt) {
@@ -261,7 +254,7 @@ extern "C" ORV::CStatus SetTagValue_Execute(ORV::CRef& in_ctxt) {
         }
     }
     putReturn(ctxt, ZUK::TagPPG::SetTagValue(toModel(args[0]), toString(args[1]), toString(args[2]),
-                                              toInt(args[3])));
+                                             toInt(args[3])));
     return ORV::CStatus::OK;
 }
 
@@ -296,21 +289,15 @@ extern "C" ORV::CStatus LoadTagTemplateFile_Init(ORV::CRef& in_ctxt) {
     return declare(in_ctxt, {L"targetmodel", L"template"});
 }
 
-extern "C" ORV::CStatus LoadTagTemplateFile_Execute(ORV::CRef& in_ctxt) {
-    return loadTagTemplate(in_ctxt);
-}
+extern "C" ORV::CStatus LoadTagTemplateFile_Execute(ORV::CRef& in_ctxt) { return loadTagTemplate(in_ctxt); }
 
 extern "C" ORV::CStatus InheritRetargetSetup_Init(ORV::CRef& in_ctxt) {
     return declare(in_ctxt, {L"targetmodel", L"template"});
 }
 
-extern "C" ORV::CStatus InheritRetargetSetup_Execute(ORV::CRef& in_ctxt) {
-    return loadTagTemplate(in_ctxt);
-}
+extern "C" ORV::CStatus InheritRetargetSetup_Execute(ORV::CRef& in_ctxt) { return loadTagTemplate(in_ctxt); }
 
-extern "C" ORV::CStatus ApplyTagsToRig_Init(ORV::CRef& in_ctxt) {
-    return declare(in_ctxt, {L"targetmodel"});
-}
+extern "C" ORV::CStatus ApplyTagsToRig_Init(ORV::CRef& in_ctxt) { return declare(in_ctxt, {L"targetmodel"}); }
 
 extern "C" ORV::CStatus ApplyTagsToRig_Execute(ORV::CRef& in_ctxt) {
     ORV::Context ctxt(in_ctxt);
@@ -455,8 +442,7 @@ extern "C" ORV::CStatus RemoveAllTrovoPropsAndOps_Execute(ORV::CRef& in_ctxt) {
 }
 
 extern "C" ORV::CStatus PlotRetargetMotion_Init(ORV::CRef& in_ctxt) {
-    return declare(in_ctxt,
-                   {L"model", L"preserve", L"inflection", L"interval", L"step", L"start", L"end"});
+    return declare(in_ctxt, {L"model", L"preserve", L"inflection", L"interval", L"step", L"start", L"end"});
 }
 
 extern "C" ORV::CStatus PlotRetargetMotion_Execute(ORV::CRef& in_ctxt) {
@@ -495,9 +481,7 @@ extern "C" ORV::CStatus PlotRetargetMotion_Execute(ORV::CRef& in_ctxt) {
     return ORV::CStatus::OK;
 }
 
-extern "C" ORV::CStatus RemoveTROVOOperators_Init(ORV::CRef& in_ctxt) {
-    return declare(in_ctxt, {L"model"});
-}
+extern "C" ORV::CStatus RemoveTROVOOperators_Init(ORV::CRef& in_ctxt) { return declare(in_ctxt, {L"model"}); }
 
 extern "C" ORV::CStatus RemoveTROVOOperators_Execute(ORV::CRef& in_ctxt) {
     ORV::Context ctxt(in_ctxt);

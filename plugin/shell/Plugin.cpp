@@ -32,8 +32,8 @@ const wchar_t* const kCommands[] = {
 
 // "TagRigPPG" and "MocapToRigPPG" have no callbacks; their registrations are kept all the same.
 const wchar_t* const kOtherProperties[] = {
-    L"TagPPG",          L"RetargetAdjustPPG", L"TrovoFilePPG", L"RotationOffsetPPG", L"PlotRetargetPPG",
-    L"MocapPPG",        L"TagRigPPG",         L"RigToRigPPG",  L"MocapToRigPPG",
+    L"TagPPG",   L"RetargetAdjustPPG", L"TrovoFilePPG", L"RotationOffsetPPG", L"PlotRetargetPPG",
+    L"MocapPPG", L"TagRigPPG",         L"RigToRigPPG",  L"MocapToRigPPG",
 };
 
 const wchar_t* const kMenus[] = {
@@ -41,8 +41,9 @@ const wchar_t* const kMenus[] = {
 };
 
 const wchar_t* const kOperators[] = {
-    L"RetargetOp",      L"RetargetUpVOp",           L"RetargetGlobalOp",   L"RetargetDecompOp",
-    L"RetargetSpineOp", L"RetargetSymmetrySpecialOp", L"RetargetSymmetryOp",
+    L"RetargetOp",         L"RetargetUpVOp",   L"RetargetGlobalOp",
+    L"RetargetDecompOp",   L"RetargetSpineOp", L"RetargetSymmetrySpecialOp",
+    L"RetargetSymmetryOp",
 };
 
 }  // namespace

@@ -433,7 +433,8 @@ void findStartEnd(ORV::X3DObject object, int& start, int& end) {
             continue;
         }
         ORV::FCurve curve(source);
-        long keys = curve.GetNumKeys(ORV::CTime(kNow, ORV::ovFrames, 1.0), ORV::CTime(kNow, ORV::ovFrames, 1.0));
+        long keys =
+            curve.GetNumKeys(ORV::CTime(kNow, ORV::ovFrames, 1.0), ORV::CTime(kNow, ORV::ovFrames, 1.0));
         // A single key spans no range.
         if (keys < 2) {
             continue;
@@ -461,16 +462,18 @@ bool extractKeyIndices(ORV::FCurve& curve, int offset, int /*unused*/, ORV::CDou
 void extractNeutralPose(ORV::X3DObject node, ORV::MATH::CTransformation& pose) {
     const double toRadians = 3.141592653589793 / 180.0;
     ORV::KinematicState local = node.GetKinematics().GetLocal();
-    pose.SetScalingFromValues(local.GetParameterValue(L"nsclx", kNow), local.GetParameterValue(L"nscly", kNow),
+    pose.SetScalingFromValues(local.GetParameterValue(L"nsclx", kNow),
+                              local.GetParameterValue(L"nscly", kNow),
                               local.GetParameterValue(L"nsclz", kNow));
     pose.SetTranslationFromValues(local.GetParameterValue(L"nposx", kNow),
                                   local.GetParameterValue(L"nposy", kNow),
                                   local.GetParameterValue(L"nposz", kNow));
     int order = local.GetParameterValue(L"rotorder", kNow);
-    pose.SetRotationFromXYZAnglesValues(static_cast<double>(local.GetParameterValue(L"nrotx", kNow)) * toRadians,
-                                        static_cast<double>(local.GetParameterValue(L"nroty", kNow)) * toRadians,
-                                        static_cast<double>(local.GetParameterValue(L"nrotz", kNow)) * toRadians,
-                                        static_cast<ORV::MATH::RotationOrder>(order));
+    pose.SetRotationFromXYZAnglesValues(
+        static_cast<double>(local.GetParameterValue(L"nrotx", kNow)) * toRadians,
+        static_cast<double>(local.GetParameterValue(L"nroty", kNow)) * toRadians,
+        static_cast<double>(local.GetParameterValue(L"nrotz", kNow)) * toRadians,
+        static_cast<ORV::MATH::RotationOrder>(order));
 }
 
 void ForceGlobalEvaluationOnAllNodes(ORV::Model model) {
@@ -501,8 +504,8 @@ ORV::X3DObject drawLine(ORV::X3DObject parent, const ORV::MATH::CVector3& from, 
     return line;
 }
 
-ORV::X3DObject drawLine(const ORV::MATH::CVector3& from, const ORV::MATH::CVector3& to, const ORV::CString& name,
-                        int colour) {
+ORV::X3DObject drawLine(const ORV::MATH::CVector3& from, const ORV::MATH::CVector3& to,
+                        const ORV::CString& name, int colour) {
     return drawLine(app.GetActiveSceneRoot(), from, to, name, colour);
 }
 

@@ -125,8 +125,8 @@ ORV::X3DObject drawLine(ORV::X3DObject parent, const ORV::MATH::CVector3& from, 
                         const ORV::CString& name, int colour);
 
 // The same under the scene root.
-ORV::X3DObject drawLine(const ORV::MATH::CVector3& from, const ORV::MATH::CVector3& to, const ORV::CString& name,
-                        int colour);
+ORV::X3DObject drawLine(const ORV::MATH::CVector3& from, const ORV::MATH::CVector3& to,
+                        const ORV::CString& name, int colour);
 
 // A line under `parent` whose ends follow `first` and `second`, kept up to date by a scripted
 // operator; the line itself cannot be picked. Returns the line.

@@ -10,9 +10,7 @@ namespace {
 
 using shelltest::ShellTest;
 
-long OpenViewCount() {
-    return ORV::Application().GetDesktop().GetActiveLayout().GetViews().GetCount();
-}
+long OpenViewCount() { return ORV::Application().GetDesktop().GetActiveLayout().GetViews().GetCount(); }
 
 // Fires a callback the way the host does: by name, with a fresh context.
 ORV::CStatus CallByName(const wchar_t* name) {

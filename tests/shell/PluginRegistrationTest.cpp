@@ -11,18 +11,32 @@ namespace {
 using shelltest::ShellTest;
 
 const std::vector<std::wstring> kCommands = {
-    L"Retarget",           L"RetargetBVH",          L"RetargetC3DData",
-    L"ImportC3DFile",      L"SaveC3DPoseMap",       L"SetTagValue",
-    L"SaveTagTemplateFile", L"LoadTagTemplateFile", L"InheritRetargetSetup",
-    L"ApplyTagsToRig",     L"CleanTagsFromRig",     L"SetStructureFile",
-    L"RetargetExtractStartFrame", L"RetargetExtractEndFrame", L"LoadTrovoFile",
-    L"SaveTrovoFile",      L"RemoveAllTrovoPropsAndOps", L"PlotRetargetMotion",
-    L"RemoveTROVOOperators", L"SaveTROVOAdjustmentPresetFile", L"LoadTROVOAdjustmentPresetFile",
+    L"Retarget",
+    L"RetargetBVH",
+    L"RetargetC3DData",
+    L"ImportC3DFile",
+    L"SaveC3DPoseMap",
+    L"SetTagValue",
+    L"SaveTagTemplateFile",
+    L"LoadTagTemplateFile",
+    L"InheritRetargetSetup",
+    L"ApplyTagsToRig",
+    L"CleanTagsFromRig",
+    L"SetStructureFile",
+    L"RetargetExtractStartFrame",
+    L"RetargetExtractEndFrame",
+    L"LoadTrovoFile",
+    L"SaveTrovoFile",
+    L"RemoveAllTrovoPropsAndOps",
+    L"PlotRetargetMotion",
+    L"RemoveTROVOOperators",
+    L"SaveTROVOAdjustmentPresetFile",
+    L"LoadTROVOAdjustmentPresetFile",
 };
 
 const std::vector<std::wstring> kProperties = {
-    L"MocapToRig", L"TagPPG",   L"RetargetAdjustPPG", L"TrovoFilePPG", L"RotationOffsetPPG",
-    L"PlotRetargetPPG", L"MocapPPG", L"TagRigPPG", L"RigToRigPPG", L"MocapToRigPPG",
+    L"MocapToRig",      L"TagPPG",   L"RetargetAdjustPPG", L"TrovoFilePPG", L"RotationOffsetPPG",
+    L"PlotRetargetPPG", L"MocapPPG", L"TagRigPPG",         L"RigToRigPPG",  L"MocapToRigPPG",
 };
 
 const std::vector<std::wstring> kMenus = {
@@ -30,8 +44,9 @@ const std::vector<std::wstring> kMenus = {
 };
 
 const std::vector<std::wstring> kOperators = {
-    L"RetargetOp",      L"RetargetUpVOp",             L"RetargetGlobalOp",  L"RetargetDecompOp",
-    L"RetargetSpineOp", L"RetargetSymmetrySpecialOp", L"RetargetSymmetryOp",
+    L"RetargetOp",         L"RetargetUpVOp",   L"RetargetGlobalOp",
+    L"RetargetDecompOp",   L"RetargetSpineOp", L"RetargetSymmetrySpecialOp",
+    L"RetargetSymmetryOp",
 };
 
 std::vector<orvhost::RegisteredItem> ItemsOfKind(const wchar_t* kind) {
@@ -135,7 +150,8 @@ TEST_F(PluginRegistration, DeclaresEveryCommandsArgumentsInOrder) {
         {L"LoadTrovoFile", {L"targetmodel", L"trovofile", L"start"}},
         {L"SaveTrovoFile", {L"model", L"trovofile", L"start", L"end"}},
         {L"RemoveAllTrovoPropsAndOps", {L"model"}},
-        {L"PlotRetargetMotion", {L"model", L"preserve", L"inflection", L"interval", L"step", L"start", L"end"}},
+        {L"PlotRetargetMotion",
+         {L"model", L"preserve", L"inflection", L"interval", L"step", L"start", L"end"}},
         {L"RemoveTROVOOperators", {L"model"}},
         {L"SaveTROVOAdjustmentPresetFile", {L"model", L"filename"}},
         {L"LoadTROVOAdjustmentPresetFile", {L"model", L"filename"}},
@@ -211,25 +227,60 @@ TEST_F(PluginRegistration, ExportsEveryCallbackUnderItsPlainName) {
         names.push_back(command + L"_Init");
         names.push_back(command + L"_Execute");
     }
-    for (const wchar_t* name :
-         {L"TagRig_Init", L"RigtoRig_Init", L"MocaptoRig_Init", L"SaveTrovoFileMenu_Init", L"LoadTrovoFileMenu_Init",
-          L"TagMenuItem", L"RigToRigMenuItem", L"MocapToRigMenuItem", L"SaveTrovoFileMenuItem",
-          L"LoadTrovoFileMenuItem",
-          L"TagPPG_Define", L"TagPPG_DefineLayout", L"TagPPG_PPGEvent", L"TagPPG_Term",
-          L"RetargetAdjustPPG_Define", L"RetargetAdjustPPG_DefineLayout", L"RetargetAdjustPPG_PPGEvent",
-          L"RotationOffsetPPG_Define", L"RotationOffsetPPG_DefineLayout", L"RotationOffsetPPG_PPGEvent",
-          L"MocapToRig_Define", L"MocapToRig_DefineLayout", L"MocapToRig_PPGEvent",
-          L"MocapPPG_Define", L"MocapPPG_DefineLayout", L"MocapPPG_PPGEvent",
-          L"RigToRigPPG_Define", L"RigToRigPPG_DefineLayout", L"RigToRigPPG_PPGEvent",
-          L"TrovoFilePPG_Define", L"TrovoFilePPG_DefineLayout", L"TrovoFilePPG_PPGEvent",
-          L"PlotRetargetPPG_Define", L"PlotRetargetPPG_DefineLayout", L"PlotRetargetPPG_PPGEvent",
-          L"RetargetOp_Init", L"RetargetOp_Update", L"RetargetOp_Term",
-          L"RetargetUpVOp_Init", L"RetargetUpVOp_Update", L"RetargetUpVOp_Term",
-          L"RetargetGlobalOp_Init", L"RetargetGlobalOp_Update", L"RetargetGlobalOp_Term",
-          L"RetargetDecompOp_Init", L"RetargetDecompOp_Update", L"RetargetDecompOp_Term",
-          L"RetargetSpineOp_Init", L"RetargetSpineOp_Update", L"RetargetSpineOp_Term",
-          L"RetargetSymmetryOp_Update", L"RetargetSymmetrySpecialOp_Update",
-          L"MyNewScene_OnEvent", L"MyOpenScene_OnEvent"}) {
+    for (const wchar_t* name : {L"TagRig_Init",
+                                L"RigtoRig_Init",
+                                L"MocaptoRig_Init",
+                                L"SaveTrovoFileMenu_Init",
+                                L"LoadTrovoFileMenu_Init",
+                                L"TagMenuItem",
+                                L"RigToRigMenuItem",
+                                L"MocapToRigMenuItem",
+                                L"SaveTrovoFileMenuItem",
+                                L"LoadTrovoFileMenuItem",
+                                L"TagPPG_Define",
+                                L"TagPPG_DefineLayout",
+                                L"TagPPG_PPGEvent",
+                                L"TagPPG_Term",
+                                L"RetargetAdjustPPG_Define",
+                                L"RetargetAdjustPPG_DefineLayout",
+                                L"RetargetAdjustPPG_PPGEvent",
+                                L"RotationOffsetPPG_Define",
+                                L"RotationOffsetPPG_DefineLayout",
+                                L"RotationOffsetPPG_PPGEvent",
+                                L"MocapToRig_Define",
+                                L"MocapToRig_DefineLayout",
+                                L"MocapToRig_PPGEvent",
+                                L"MocapPPG_Define",
+                                L"MocapPPG_DefineLayout",
+                                L"MocapPPG_PPGEvent",
+                                L"RigToRigPPG_Define",
+                                L"RigToRigPPG_DefineLayout",
+                                L"RigToRigPPG_PPGEvent",
+                                L"TrovoFilePPG_Define",
+                                L"TrovoFilePPG_DefineLayout",
+                                L"TrovoFilePPG_PPGEvent",
+                                L"PlotRetargetPPG_Define",
+                                L"PlotRetargetPPG_DefineLayout",
+                                L"PlotRetargetPPG_PPGEvent",
+                                L"RetargetOp_Init",
+                                L"RetargetOp_Update",
+                                L"RetargetOp_Term",
+                                L"RetargetUpVOp_Init",
+                                L"RetargetUpVOp_Update",
+                                L"RetargetUpVOp_Term",
+                                L"RetargetGlobalOp_Init",
+                                L"RetargetGlobalOp_Update",
+                                L"RetargetGlobalOp_Term",
+                                L"RetargetDecompOp_Init",
+                                L"RetargetDecompOp_Update",
+                                L"RetargetDecompOp_Term",
+                                L"RetargetSpineOp_Init",
+                                L"RetargetSpineOp_Update",
+                                L"RetargetSpineOp_Term",
+                                L"RetargetSymmetryOp_Update",
+                                L"RetargetSymmetrySpecialOp_Update",
+                                L"MyNewScene_OnEvent",
+                                L"MyOpenScene_OnEvent"}) {
         names.push_back(name);
     }
     for (const std::wstring& name : names) {

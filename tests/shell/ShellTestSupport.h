@@ -12,9 +12,7 @@
 
 namespace shelltest {
 
-inline std::string TrovoLibraryPath() {
-    return std::string(TROVO_BIN_DIR) + "/libtrovo.so";
-}
+inline std::string TrovoLibraryPath() { return std::string(TROVO_BIN_DIR) + "/libtrovo.so"; }
 
 // Loads libtrovo.so once per process; the error text of the loader when it fails.
 inline const std::wstring& LoadTrovoOnce() {
@@ -44,7 +42,17 @@ protected:
         ASSERT_EQ(LoadTrovoOnce(), L"");
         orvhost::ResetScene();
         orvhost::ClearAnswers();
+        // Without the host's echo of every command, the log holds only what the plug-in says.
+        SetCommandLog(false);
         orvhost::ClearLog();
+    }
+
+    static void SetCommandLog(bool on) {
+        ORV::CValueArray args;
+        args.Add(ORV::CString(L"preferences.scripting.cmdlog"));
+        args.Add(on);
+        ORV::CValue ignored;
+        ORV::Application().ExecuteCommand(L"SetValue", args, ignored);
     }
 
     static std::vector<orvhost::LogEntry> Log() { return orvhost::LogEntries(); }

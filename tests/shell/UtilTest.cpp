@@ -28,14 +28,6 @@ bool CommandLog() {
     return static_cast<bool>(value);
 }
 
-void SetCommandLog(bool on) {
-    ORV::CValueArray args;
-    args.Add(ORV::CString(L"preferences.scripting.cmdlog"));
-    args.Add(on);
-    ORV::CValue ignored;
-    ORV::Application().ExecuteCommand(L"SetValue", args, ignored);
-}
-
 ORV::FCurve AddCurve(ORV::X3DObject object, const wchar_t* parameter, std::initializer_list<double> frames) {
     ORV::Parameter p = object.GetKinematics().GetLocal().GetParameter(parameter);
     ORV::FCurve curve;
@@ -333,6 +325,35 @@ TEST_F(ShellTest, ClearNodeAnimRemovesTheAnimationOfOneObject) {
     EXPECT_TRUE(spine.GetKinematics().GetLocal().GetParameter(L"posx").IsAnimated(ORV::ovFCurveSource));
 }
 
+TEST_F(ShellTest, GetConstrainedObjectsGivesWhatAConstraintDrives) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject driver = AddNull(model, L"Driver");
+    ORV::X3DObject driven = AddNull(model, L"Driven");
+    AddNull(model, L"Bystander");
+    ORV::Constraint cns;
+    ASSERT_EQ(driven.GetKinematics().AddConstraint(L"Position", driver.GetRef(), cns), ORV::CStatus::OK);
+    ORV::CValue result = Util::getConstrainedObjects(driver.GetRef(), cns.GetRef());
+    const ORV::CValueArray& objects = result;
+    ASSERT_EQ(objects.GetCount(), 1);
+    EXPECT_EQ(static_cast<ORV::CRef>(objects[0]), driven.GetRef());
+}
+
+TEST_F(ShellTest, GetSkeletonGivesTheChainBonesAndHandsBackTheRoot) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::ChainRoot chainRoot;
+    ASSERT_EQ(model.Add2DChain(ORV::MATH::CVector3(0, 0, 0), ORV::MATH::CVector3(0, -4, 0),
+                               ORV::MATH::CVector3(0, 0, 1), L"Leg", chainRoot),
+              ORV::CStatus::OK);
+    ORV::ChainBone shin;
+    ASSERT_EQ(chainRoot.AddBone(ORV::MATH::CVector3(0, -8, 1), L"Shin", shin), ORV::CStatus::OK);
+    ORV::CValue root;
+    ORV::CValue result = Util::getSkeleton(shin.GetRef(), root);
+    const ORV::CValueArray& bones = result;
+    ASSERT_EQ(bones.GetCount(), 2);
+    EXPECT_EQ(static_cast<ORV::CRef>(bones[1]), shin.GetRef());
+    EXPECT_EQ(static_cast<ORV::CRef>(root), chainRoot.GetRef());
+}
+
 TEST_F(ShellTest, LogCommandsSetsTheCommandLogAndAnswersTheOldValue) {
     SetCommandLog(true);
     EXPECT_TRUE(Util::logCommands(false));
@@ -352,10 +373,20 @@ TEST_F(ShellTest, FrameSelectsNothingAfterwardsAndAnswersOK) {
 TEST_F(ShellTest, InspectObjIsTrueWhenTheUserPressesOK) {
     ORV::Model model = AddModel(Root(), L"Rig");
     ORV::CustomProperty property = AddCustomProperty(model, L"Page");
+    const int modal = 4;
     orvhost::QueueAnswer(true);
-    EXPECT_TRUE(Util::inspectObj(property.GetFullName(), L"", L"A Title", 3, false));
+    EXPECT_TRUE(Util::inspectObj(property.GetFullName(), L"", L"A Title", modal, false));
     orvhost::QueueAnswer(false);
-    EXPECT_FALSE(Util::inspectObj(property.GetFullName(), L"", L"A Title", 3, false));
+    EXPECT_FALSE(Util::inspectObj(property.GetFullName(), L"", L"A Title", modal, false));
+    EXPECT_EQ(orvhost::PendingAnswers(), 0u);
+}
+
+TEST_F(ShellTest, InspectObjWithoutAModalPageAsksNothingAndIsTrue) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::CustomProperty property = AddCustomProperty(model, L"Page");
+    orvhost::QueueAnswer(false);
+    EXPECT_TRUE(Util::inspectObj(property.GetFullName(), L"", L"Rig Tagging Tool", 3, false));
+    EXPECT_EQ(orvhost::PendingAnswers(), 1u);
 }
 
 // ---- Asking the user ------------------------------------------------------------------------
@@ -376,9 +407,10 @@ TEST_F(ShellTest, QueryYesNoIsTrueUnlessTheAnswerIsNo) {
     EXPECT_FALSE(Util::QueryYesNo(L"Overwrite?"));
     orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgYes)));
     EXPECT_TRUE(Util::QueryYesNo(L"Overwrite?"));
-    orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgCancel)));
+    // Nobody there to answer: the box answers Yes.
     EXPECT_TRUE(Util::QueryYesNo(L"Overwrite?"));
     EXPECT_TRUE(Log().empty());
+    EXPECT_EQ(orvhost::Questions().size(), 3u);
 }
 
 TEST_F(ShellTest, FileBrowserGivesThePickedPathOrEmptyOnCancel) {
@@ -386,7 +418,8 @@ TEST_F(ShellTest, FileBrowserGivesThePickedPathOrEmptyOnCancel) {
     EXPECT_EQ(Util::fileBrowser(L"Select BVH File (*.bvh)|*.bvh||", L"Select BVH File", L"/data", true),
               L"/data/walk.bvh");
     orvhost::QueueAnswer(ORV::CValue());
-    EXPECT_EQ(Util::fileBrowser(L"Save Trovo File (*.trovo)|*.trovo||", L"Save Trovo File", L"/data", false), L"");
+    EXPECT_EQ(Util::fileBrowser(L"Save Trovo File (*.trovo)|*.trovo||", L"Save Trovo File", L"/data", false),
+              L"");
 }
 
 // ---- Play control and keys ------------------------------------------------------------------
