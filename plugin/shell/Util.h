@@ -8,6 +8,8 @@
 
 #include <orv/ORV.h>
 
+#include "core/UtilMath.h"
+
 namespace ZUK {
 namespace Util {
 
