@@ -363,22 +363,41 @@ bool LogHoldsAFailureTableMessage(const std::vector<orvhost::LogEntry>& log) {
     return false;
 }
 
-TEST_F(ShellTest, CommandsWithAllArgumentsPresentPassTheirChecks) {
+enum class Stored { Bool, Int, Nothing };
+
+TEST_F(ShellTest, CommandsWithAllArgumentsPresentPassTheirChecksAndStoreTheirAnswer) {
     struct Full {
         const wchar_t* command;
         std::vector<Kind> arguments;
-        bool boolAnswer;
+        Stored answer;
     };
+    // All 21 commands, with the "ReturnValue" each writes once its arguments have passed.
     const std::vector<Full> table = {
-        {L"Retarget", {Kind::Model, Kind::Model, Kind::Int, Kind::Int}, true},
-        {L"RetargetBVH", {Kind::Model, Kind::String, Kind::String}, true},
-        {L"RetargetC3DData", {Kind::String, Kind::String}, true},
-        {L"SaveC3DPoseMap", {Kind::Model, Kind::Model, Kind::String}, true},
-        {L"LoadTrovoFile", {Kind::Model, Kind::String, Kind::Int}, true},
-        {L"SaveTrovoFile", {Kind::Model, Kind::String, Kind::Int, Kind::Int}, true},
-        {L"SaveTROVOAdjustmentPresetFile", {Kind::Model, Kind::String}, false},
-        {L"LoadTROVOAdjustmentPresetFile", {Kind::Model, Kind::String}, false},
+        {L"Retarget", {Kind::Model, Kind::Model, Kind::Int, Kind::Int}, Stored::Bool},
+        {L"RetargetBVH", {Kind::Model, Kind::String, Kind::String}, Stored::Bool},
+        {L"RetargetC3DData", {Kind::String, Kind::String}, Stored::Bool},
+        {L"ImportC3DFile", {Kind::String, Kind::Int, Kind::Bool, Kind::String}, Stored::Bool},
+        {L"SaveC3DPoseMap", {Kind::Model, Kind::Model, Kind::String}, Stored::Bool},
+        {L"SetTagValue", {Kind::Model, Kind::String, Kind::String, Kind::Int}, Stored::Bool},
+        {L"SaveTagTemplateFile", {Kind::Model, Kind::String}, Stored::Bool},
+        {L"LoadTagTemplateFile", {Kind::Model, Kind::String}, Stored::Bool},
+        {L"InheritRetargetSetup", {Kind::Model, Kind::String}, Stored::Bool},
+        {L"ApplyTagsToRig", {Kind::Model}, Stored::Bool},
+        {L"CleanTagsFromRig", {Kind::Model}, Stored::Bool},
+        {L"SetStructureFile", {Kind::Model, Kind::String}, Stored::Bool},
+        {L"RetargetExtractStartFrame", {Kind::Model}, Stored::Int},
+        {L"RetargetExtractEndFrame", {Kind::Model}, Stored::Int},
+        {L"LoadTrovoFile", {Kind::Model, Kind::String, Kind::Int}, Stored::Bool},
+        {L"SaveTrovoFile", {Kind::Model, Kind::String, Kind::Int, Kind::Int}, Stored::Bool},
+        {L"RemoveAllTrovoPropsAndOps", {Kind::Model}, Stored::Nothing},
+        {L"PlotRetargetMotion",
+         {Kind::Model, Kind::Bool, Kind::Bool, Kind::Bool, Kind::Int, Kind::Int, Kind::Int},
+         Stored::Nothing},
+        {L"RemoveTROVOOperators", {Kind::Model}, Stored::Nothing},
+        {L"SaveTROVOAdjustmentPresetFile", {Kind::Model, Kind::String}, Stored::Nothing},
+        {L"LoadTROVOAdjustmentPresetFile", {Kind::Model, Kind::String}, Stored::Nothing},
     };
+    ASSERT_EQ(table.size(), 21u);
     ORV::Model model = AddModel(Root(), L"Rig");
     for (const Full& f : table) {
         orvhost::ClearLog();
@@ -389,10 +408,16 @@ TEST_F(ShellTest, CommandsWithAllArgumentsPresentPassTheirChecks) {
         ORV::CValue result;
         EXPECT_EQ(Run(f.command, args, result), ORV::CStatus::OK) << f.command;
         EXPECT_FALSE(LogHoldsAFailureTableMessage(Log())) << f.command;
-        if (f.boolAnswer) {
-            EXPECT_EQ(result.GetType(), ORV::ovBool) << f.command;
-        } else {
-            EXPECT_TRUE(result.IsEmpty()) << f.command;
+        switch (f.answer) {
+            case Stored::Bool:
+                EXPECT_EQ(result.GetType(), ORV::ovBool) << f.command;
+                break;
+            case Stored::Int:
+                EXPECT_EQ(result.GetType(), ORV::ovInt4) << f.command;
+                break;
+            case Stored::Nothing:
+                EXPECT_TRUE(result.IsEmpty()) << f.command;
+                break;
         }
     }
 }

@@ -69,6 +69,36 @@ TEST_F(ShellTest, GooseEvaluatesOnlyModelsWithTheAdjustmentProperty) {
     EXPECT_TRUE(Log().empty());
 }
 
+TEST_F(ShellTest, MyOpenSceneOnEventEvaluatesRetargetedModelsAndMyNewSceneDoesNot) {
+    ORV::Model retargeted = AddModel(Root(), L"Retargeted");
+    AddCustomProperty(retargeted, L"RetargetAdjustPPG");
+    std::uint64_t before = orvhost::TheHost().scene->revision;
+    EXPECT_EQ(CallByName(L"MyNewScene_OnEvent"), ORV::CStatus::OK);
+    EXPECT_EQ(orvhost::TheHost().scene->revision, before);
+    EXPECT_EQ(CallByName(L"MyOpenScene_OnEvent"), ORV::CStatus::OK);
+    EXPECT_GT(orvhost::TheHost().scene->revision, before);
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(ShellTest, GooseEvaluatesNestedRetargetedModelsToo) {
+    ORV::Model outer = AddModel(Root(), L"Outer");
+    ORV::Model inner = AddModel(outer, L"Inner");
+    AddCustomProperty(inner, L"RetargetAdjustPPG");
+    // A null that carries the property is no model and is left alone.
+    ORV::X3DObject null = AddNull(Root(), L"Loose");
+    AddCustomProperty(null, L"RetargetAdjustPPG");
+    std::uint64_t before = orvhost::TheHost().scene->revision;
+    ZUK::GooseAnyRetargetedModels();
+    EXPECT_GT(orvhost::TheHost().scene->revision, before);
+
+    orvhost::ResetScene();
+    ORV::X3DObject lone = AddNull(Root(), L"Loose");
+    AddCustomProperty(lone, L"RetargetAdjustPPG");
+    before = orvhost::TheHost().scene->revision;
+    ZUK::GooseAnyRetargetedModels();
+    EXPECT_EQ(orvhost::TheHost().scene->revision, before);
+}
+
 TEST_F(ShellTest, MenuItemsAlwaysAnswerOK) {
     const std::vector<std::pair<const wchar_t*, const wchar_t*>> items = {
         {L"Tag Rig", L"Tag Rig"},

@@ -1,9 +1,11 @@
 // The scene helpers of ZUK::Util, on a scene of the headless host.
 #include <cfloat>
 #include <cmath>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "AnimHooks.h"
 #include "ShellTestSupport.h"
 #include "shell/Util.h"
 
@@ -19,6 +21,9 @@ std::vector<std::wstring> FullNames(const ORV::CRefArray& refs) {
     }
     return names;
 }
+
+// The commands the host echoed while its command log was on, as script lines.
+std::vector<std::wstring> Echoed() { return orvhost::LogTexts(ORV::ovVerbose); }
 
 bool CommandLog() {
     ORV::CValueArray args;
@@ -81,6 +86,24 @@ TEST_F(ShellTest, GetSingleModelGivesTheSelectedSceneRootBackAsItself) {
     EXPECT_EQ(Util::getSingleModel(), Root());
 }
 
+TEST_F(ShellTest, GetSingleModelCountsNestedModelsToo) {
+    // One top-level model and one inside it are two models: the selection decides.
+    ORV::Model outer = AddModel(Root(), L"Outer");
+    ORV::Model inner = AddModel(outer, L"Inner");
+    EXPECT_FALSE(Util::getSingleModel().IsValid());
+    ORV::X3DObject node = AddNull(inner, L"Node");
+    Select({node.GetRef()});
+    EXPECT_EQ(Util::getSingleModel(), inner);
+}
+
+TEST_F(ShellTest, GetSingleModelLooksAtTheFirstSelectedItemOnly) {
+    AddModel(Root(), L"A");
+    ORV::Model b = AddModel(Root(), L"B");
+    ORV::X3DObject loose = AddNull(Root(), L"Loose");
+    Select({loose.GetRef(), b.GetRef()});
+    EXPECT_FALSE(Util::getSingleModel().IsValid());
+}
+
 TEST_F(ShellTest, GetSingleModelTakesASelectedModelItself) {
     AddModel(Root(), L"A");
     ORV::Model b = AddModel(Root(), L"B");
@@ -141,10 +164,35 @@ TEST_F(SelectedModelsWithProperty, SelectionInACarryingModelNarrowsToThatModel) 
 }
 
 TEST_F(SelectedModelsWithProperty, OnlySelectedGivesTheSelectedCarriersOfAnyDepth) {
+    // The scene root is skipped even when it carries the property.
+    AddCustomProperty(Root(), L"Marker");
     Select({nested.GetRef(), b.GetRef(), c.GetRef(), Root().GetRef()});
     ORV::CRefArray models;
     Util::getSelectedModels(models, L"Marker", true);
     EXPECT_EQ(FullNames(models), (std::vector<std::wstring>{L"B.Nested", L"C"}));
+}
+
+TEST_F(SelectedModelsWithProperty, OnlySelectedListsEachCarrierOnceInSelectionOrder) {
+    ORV::X3DObject nodeC = AddNull(c, L"NodeC");
+    Select({nodeC.GetRef(), a.GetRef(), c.GetRef()});
+    ORV::CRefArray models;
+    Util::getSelectedModels(models, L"Marker", true);
+    EXPECT_EQ(FullNames(models), (std::vector<std::wstring>{L"C", L"A"}));
+}
+
+TEST_F(SelectedModelsWithProperty, WithoutOnlySelectedTheFirstSelectedCarrierWins) {
+    ORV::X3DObject nodeC = AddNull(c, L"NodeC");
+    Select({b.GetRef(), nodeC.GetRef(), a.GetRef()});
+    ORV::CRefArray models;
+    Util::getSelectedModels(models, L"Marker", false);
+    EXPECT_EQ(FullNames(models), (std::vector<std::wstring>{L"C"}));
+}
+
+TEST_F(SelectedModelsWithProperty, WithoutOnlySelectedANestedCarrierNeverWidensTheList) {
+    Select({nested.GetRef()});
+    ORV::CRefArray models;
+    Util::getSelectedModels(models, L"Marker", false);
+    EXPECT_EQ(FullNames(models), (std::vector<std::wstring>{L"A", L"C"}));
 }
 
 TEST_F(ShellTest, GetSelectedModelsOnlySelectedWithNoTopLevelCarrierGivesNothing) {
@@ -186,6 +234,21 @@ TEST_F(ShellTest, FindCustomOpWithAnEmptyPathIsFalse) {
     ORV::CustomOperator op;
     EXPECT_FALSE(Util::findCustomOp(L"", L"RetargetOp", op));
     EXPECT_FALSE(op.IsValid());
+}
+
+TEST_F(ShellTest, FindCustomOpOnAPathThatNamesNothingIsFalse) {
+    ORV::CustomOperator op;
+    EXPECT_FALSE(Util::findCustomOp(L"Nobody.kine.local", L"RetargetOp", op));
+    EXPECT_FALSE(op.IsValid());
+}
+
+TEST_F(ShellTest, FindCustomOpAsksEnumElementsForThePath) {
+    AddModel(Root(), L"Rig");
+    SetCommandLog(true);
+    orvhost::ClearLog();
+    ORV::CustomOperator op;
+    EXPECT_FALSE(Util::findCustomOp(L"Rig.kine.local", L"RetargetOperator", op));
+    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"EnumElements(\"Rig.kine.local\")"}));
 }
 
 TEST_F(ShellTest, FindCustomOpFindsAnOperatorByNameOnThePath) {
@@ -271,6 +334,37 @@ TEST_F(ShellTest, GetMasterNodeTakesTheLastQualifyingConstraint) {
     EXPECT_EQ(Util::getMasterNode(node), last);
 }
 
+TEST_F(ShellTest, GetMasterNodeIgnoresOtherConstraintKinds) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject node = AddNull(model, L"Node");
+    ORV::X3DObject aim = AddNull(model, L"Aim");
+    ORV::Constraint cns;
+    ASSERT_EQ(node.GetKinematics().AddConstraint(L"Position", aim.GetRef(), cns), ORV::CStatus::OK);
+    // The host makes only position and orientation constraints; rename this one to another kind.
+    auto* item = static_cast<orvhost::ConstraintItem*>(orvhost::TheStore().Resolve(cns.GetRef()));
+    ASSERT_NE(item, nullptr);
+    item->name = L"Direction Cns";
+    EXPECT_EQ(Util::getMasterNode(node), node);
+}
+
+TEST_F(ShellTest, GetMasterNodeSkipsAConstraintWithMoreThanOneConstrainingObject) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject node = AddNull(model, L"Node");
+    ORV::X3DObject single = AddNull(model, L"Single");
+    ORV::X3DObject left = AddNull(model, L"Left");
+    ORV::X3DObject right = AddNull(model, L"Right");
+    ORV::Constraint first;
+    ORV::Constraint blended;
+    ASSERT_EQ(node.GetKinematics().AddConstraint(L"Orientation", single.GetRef(), first), ORV::CStatus::OK);
+    ASSERT_EQ(node.GetKinematics().AddConstraint(L"Position", left.GetRef(), blended), ORV::CStatus::OK);
+    auto* item = static_cast<orvhost::ConstraintItem*>(orvhost::TheStore().Resolve(blended.GetRef()));
+    ASSERT_NE(item, nullptr);
+    item->constraining.push_back(right.GetRef().GetId());
+    ASSERT_EQ(blended.GetConstraining().GetCount(), 2);
+    // The later constraint does not qualify, so the earlier one stands.
+    EXPECT_EQ(Util::getMasterNode(node), single);
+}
+
 // ---- Script command wrappers ----------------------------------------------------------------
 
 TEST_F(ShellTest, DeleteObjDeletesTheNamedObject) {
@@ -295,7 +389,10 @@ TEST_F(ShellTest, DeleteModelDeletesTheWholeBranch) {
     ORV::X3DObject hips = AddNull(model, L"Hips");
     ORV::X3DObject spine = AddNull(hips, L"Spine");
     ORV::Model other = AddModel(Root(), L"Other");
+    SetCommandLog(true);
+    orvhost::ClearLog();
     EXPECT_TRUE(Util::deleteModel(L"Rig"));
+    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"DeleteObj(\"B:Rig\")"}));
     EXPECT_FALSE(model.IsValid());
     EXPECT_FALSE(hips.IsValid());
     EXPECT_FALSE(spine.IsValid());
@@ -314,13 +411,47 @@ TEST_F(ShellTest, ClearAnimRemovesTheAnimationOfTheBranchAndLeavesNothingSelecte
     EXPECT_EQ(ORV::Application().GetSelection().GetCount(), 0);
 }
 
+TEST_F(ShellTest, ClearAnimIssuesItsCommandsInOrder) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    AddNull(model, L"Hips");
+    SetCommandLog(true);
+    orvhost::ClearLog();
+    Util::clearAnim(model);
+    // Without a mixer there are no tracks to enumerate.
+    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"SelectObj(\"Rig\", \"BRANCH\")",
+                                                   L"RemoveAllAnimation(null, null, 3, 3, 128)",
+                                                   L"DeselectAll()"}));
+}
+
+TEST_F(ShellTest, ClearAnimDeletesEveryMixerTrack) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ASSERT_TRUE(model.AddMixer().IsValid());
+    orvhost::Item* tracks = orvhost::FindByPath(L"Rig.Mixer.AnimTracks");
+    ASSERT_NE(tracks, nullptr);
+    tracks->Own(std::make_unique<orvhost::Item>(ORV::ovObjectID, L"Walk"));
+    tracks->Own(std::make_unique<orvhost::Item>(ORV::ovObjectID, L"Run"));
+    SetCommandLog(true);
+    orvhost::ClearLog();
+    Util::clearAnim(model);
+    EXPECT_TRUE(tracks->owned.empty());
+    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"SelectObj(\"Rig\", \"BRANCH\")",
+                                                   L"RemoveAllAnimation(null, null, 3, 3, 128)",
+                                                   L"EnumElements(\"Rig.Mixer.AnimTracks\")",
+                                                   L"DeleteObj(\"Rig.Mixer.AnimTracks.Walk\")",
+                                                   L"DeleteObj(\"Rig.Mixer.AnimTracks.Run\")",
+                                                   L"DeselectAll()"}));
+}
+
 TEST_F(ShellTest, ClearNodeAnimRemovesTheAnimationOfOneObject) {
     ORV::Model model = AddModel(Root(), L"Rig");
     ORV::X3DObject hips = AddNull(model, L"Hips");
     ORV::X3DObject spine = AddNull(model, L"Spine");
     AddCurve(hips, L"posx", {1.0, 10.0});
     AddCurve(spine, L"posx", {1.0, 10.0});
+    SetCommandLog(true);
+    orvhost::ClearLog();
     Util::clearNodeAnim(hips);
+    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"RemoveAllAnimation(\"Rig.Hips\", 0, 3, 1, 128)"}));
     EXPECT_FALSE(hips.GetKinematics().GetLocal().GetParameter(L"posx").IsAnimated(ORV::ovFCurveSource));
     EXPECT_TRUE(spine.GetKinematics().GetLocal().GetParameter(L"posx").IsAnimated(ORV::ovFCurveSource));
 }
@@ -360,6 +491,43 @@ TEST_F(ShellTest, LogCommandsSetsTheCommandLogAndAnswersTheOldValue) {
     EXPECT_FALSE(CommandLog());
     EXPECT_FALSE(Util::logCommands(true));
     EXPECT_TRUE(CommandLog());
+}
+
+TEST_F(ShellTest, LogCommandsRestoresTheOldValueWhenGivenItBack) {
+    for (bool before : {true, false}) {
+        SetCommandLog(before);
+        const bool old = Util::logCommands(false);
+        EXPECT_EQ(old, before);
+        EXPECT_FALSE(CommandLog());
+        Util::logCommands(old);
+        EXPECT_EQ(CommandLog(), before);
+    }
+}
+
+TEST_F(ShellTest, LogCommandsReadsThenSetsTheCommandLogPreference) {
+    SetCommandLog(true);
+    orvhost::ClearLog();
+    Util::logCommands(false);
+    // The second command is echoed before it switches the log off.
+    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"GetValue(\"preferences.scripting.cmdlog\")",
+                                                   L"SetValue(\"preferences.scripting.cmdlog\", false)"}));
+}
+
+TEST_F(ShellTest, FrameSelectsEachCarrierByNameThenFramesAll) {
+    ORV::Model a = AddModel(Root(), L"A");
+    AddModel(Root(), L"B");
+    ORV::Model c = AddModel(Root(), L"C");
+    AddCustomProperty(a, L"Marker");
+    AddCustomProperty(c, L"Marker");
+    SetCommandLog(true);
+    orvhost::ClearLog();
+    EXPECT_EQ(Util::frame(L"Marker"), ORV::CStatus::OK);
+    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"SelectObj(\"A\", \"BRANCH\")",
+                                                   L"SelectObj(\"C\", \"BRANCH\")", L"FrameAll(0)",
+                                                   L"DeselectAll()"}));
+    orvhost::ClearLog();
+    EXPECT_EQ(Util::frame(L"Nothing"), ORV::CStatus::OK);
+    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"FrameAll()", L"DeselectAll()"}));
 }
 
 TEST_F(ShellTest, FrameSelectsNothingAfterwardsAndAnswersOK) {
@@ -402,6 +570,13 @@ TEST_F(ShellTest, AlertLogsAtSeverityFourAndShowsTheText) {
     EXPECT_NE(orvhost::Questions().back().find(L"Select a valid model."), std::wstring::npos);
 }
 
+TEST_F(ShellTest, AlertShowsABoxWithAnOkButtonOnly) {
+    // A No is not a button of an exclamation box: the host answers OK instead.
+    orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgNo)));
+    EXPECT_EQ(Util::alert(L"Select a valid model."), ORV::ovMsgOk);
+    EXPECT_EQ(orvhost::Questions(), (std::vector<std::wstring>{L"MsgBox: Select a valid model."}));
+}
+
 TEST_F(ShellTest, QueryYesNoIsTrueUnlessTheAnswerIsNo) {
     orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgNo)));
     EXPECT_FALSE(Util::QueryYesNo(L"Overwrite?"));
@@ -422,6 +597,23 @@ TEST_F(ShellTest, FileBrowserGivesThePickedPathOrEmptyOnCancel) {
               L"");
 }
 
+TEST_F(ShellTest, FileBrowserSetsUpTheBrowserAndShowsTheDialogOfItsMode) {
+    orvhost::QueueAnswer(ORV::CString(L"/data/walk.bvh"));
+    Util::fileBrowser(L"Select BVH File (*.bvh)|*.bvh||", L"Select BVH File", L"/data/in", true);
+    orvhost::QueueAnswer(ORV::CString(L"/data/out.trovo"));
+    Util::fileBrowser(L"Save Trovo File (*.trovo)|*.trovo||", L"Save Trovo File", L"/data/out", false);
+    EXPECT_EQ(orvhost::Questions(),
+              (std::vector<std::wstring>{L"ShowOpen: Select BVH File", L"ShowSave: Save Trovo File"}));
+
+    // The host's one browser object keeps what the last call set.
+    ORV::CComAPIHandler toolkit;
+    ASSERT_EQ(toolkit.CreateInstance(L"ORV.UIToolkit"), ORV::CStatus::OK);
+    ORV::CComAPIHandler browser(toolkit.GetProperty(L"FileBrowser"));
+    EXPECT_EQ(browser.GetProperty(L"Filter").GetAsText(), L"Save Trovo File (*.trovo)|*.trovo||");
+    EXPECT_EQ(browser.GetProperty(L"DialogTitle").GetAsText(), L"Save Trovo File");
+    EXPECT_EQ(browser.GetProperty(L"InitialDirectory").GetAsText(), L"/data/out");
+}
+
 // ---- Play control and keys ------------------------------------------------------------------
 
 TEST_F(ShellTest, GetFrameRateReadsPlayControlRate) {
@@ -435,6 +627,9 @@ TEST_F(ShellTest, GetCurrentFrameReadsPlayControlCurrent) {
     ORV::Property playControl(ORV::Application().GetActiveProject().GetProperties().GetItem(L"Play Control"));
     playControl.PutParameterValue(L"Current", 17.25);
     EXPECT_FLOAT_EQ(Util::getCurrentFrame(), 17.25f);
+    // Narrowed to float: a frame that a float cannot hold comes back rounded.
+    playControl.PutParameterValue(L"Current", 16777217.0);
+    EXPECT_EQ(Util::getCurrentFrame(), 16777216.0f);
 }
 
 TEST_F(ShellTest, FindStartEndOnCurvesWithOneKeyEachLeavesBothBoundsUntouched) {
@@ -460,6 +655,29 @@ TEST_F(ShellTest, FindStartEndWidensToTheTruncatedKeyTimes) {
     Util::findStartEnd(model, start, end);
     EXPECT_EQ(start, 3);
     EXPECT_EQ(end, 55);
+
+    // Truncation goes toward zero, also below it.
+    AddCurve(spine, L"rotx", {-3.7, -1.2});
+    Util::findStartEnd(model, start, end);
+    EXPECT_EQ(start, -3);
+    EXPECT_EQ(end, 55);
+}
+
+TEST_F(ShellTest, FindStartEndNeverNarrowsTheRange) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject hips = AddNull(model, L"Hips");
+    AddCurve(hips, L"posx", {10.0, 20.0});
+    int start = 0;
+    int end = 100;
+    Util::findStartEnd(model, start, end);
+    EXPECT_EQ(start, 0);
+    EXPECT_EQ(end, 100);
+    // The caller's empty range, as callers start it.
+    start = 2147483647;
+    end = -2147483647;
+    Util::findStartEnd(model, start, end);
+    EXPECT_EQ(start, 10);
+    EXPECT_EQ(end, 20);
 }
 
 TEST_F(ShellTest, ExtractKeyIndicesGivesKeyTimesLessTheOffset) {
@@ -619,6 +837,43 @@ TEST_F(ShellTest, MakeConnectionLineConnectsAScriptedOperatorAndCannotBePicked) 
     EXPECT_EQ(ORV::Port(inputs[1]).GetTarget(), first.GetKinematics().GetGlobal().GetRef());
     EXPECT_EQ(ORV::Port(inputs[2]).GetName(), L"InGlobal2");
     EXPECT_EQ(ORV::Port(inputs[2]).GetTarget(), second.GetKinematics().GetGlobal().GetRef());
+
+    // What the SDK handles do not show: construction mode, group bounds and the ports' groups.
+    auto* record = static_cast<orvhost::OperatorItem*>(orvhost::TheStore().Resolve(op.GetRef()));
+    ASSERT_NE(record, nullptr);
+    EXPECT_TRUE(record->scripted);
+    EXPECT_EQ(record->constructionMode, 4);
+    ASSERT_EQ(record->groups.size(), 2u);
+    for (const orvhost::PortGroupItem* group : record->groups) {
+        EXPECT_EQ(group->minInstances, 1);
+        EXPECT_EQ(group->maxInstances, 1);
+        EXPECT_EQ(group->filter, L"");
+        EXPECT_EQ(group->scriptFilter, L"");
+        EXPECT_EQ(group->flags, 0);
+    }
+    ASSERT_EQ(record->ports.size(), 4u);
+    const std::vector<std::pair<std::wstring, long>> portGroups = {
+        {L"OutCurve", 0}, {L"InLineGlobal", 0}, {L"InGlobal1", 1}, {L"InGlobal2", 1}};
+    for (std::size_t i = 0; i < portGroups.size(); ++i) {
+        EXPECT_EQ(record->ports[i]->name, portGroups[i].first);
+        EXPECT_EQ(record->ports[i]->group, portGroups[i].second) << portGroups[i].first;
+    }
+}
+
+TEST_F(ShellTest, MakeConnectionLineIssuesOnlyTheSelectabilityCommand) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject first = AddNull(model, L"First");
+    ORV::X3DObject second = AddNull(model, L"Second");
+    SetCommandLog(true);
+    orvhost::ClearLog();
+    ORV::X3DObject line = Util::makeConnectionLine(model, first, second, 9);
+    ASSERT_TRUE(line.IsValid());
+    EXPECT_EQ(Echoed(),
+              (std::vector<std::wstring>{L"SetValue(\"" + line.GetFullName().std() +
+                                         L".visibility.selectability\", false)"}));
+    ORV::Property display;
+    ASSERT_TRUE(Util::findCustomPSet(line, L"Display", display));
+    EXPECT_EQ(static_cast<int>(display.GetParameterValue(L"wirecol")), 9);
 }
 
 }  // namespace
