@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "AnimHooks.h"
+#include "HostUI.h"
 #include "ShellTestSupport.h"
 #include "shell/Util.h"
 
@@ -568,6 +569,18 @@ TEST_F(ShellTest, AlertLogsAtSeverityFourAndShowsTheText) {
     EXPECT_EQ(log[0].severity, 4);
     ASSERT_FALSE(orvhost::Questions().empty());
     EXPECT_NE(orvhost::Questions().back().find(L"Select a valid model."), std::wstring::npos);
+}
+
+TEST_F(ShellTest, AlertLogsBeforeItShowsTheBox) {
+    std::vector<std::size_t> logSizeAtQuestion;
+    auto& sink = orvhost::QuestionSink();
+    auto saved = sink;
+    sink = [&logSizeAtQuestion](const std::wstring&, const std::wstring&) {
+        logSizeAtQuestion.push_back(orvhost::LogEntries().size());
+    };
+    Util::alert(L"Failed to read model map from source model.");
+    sink = saved;
+    EXPECT_EQ(logSizeAtQuestion, (std::vector<std::size_t>{1u}));
 }
 
 TEST_F(ShellTest, AlertShowsABoxWithAnOkButtonOnly) {
