@@ -419,9 +419,9 @@ TEST_F(ShellTest, ClearAnimIssuesItsCommandsInOrder) {
     orvhost::ClearLog();
     Util::clearAnim(model);
     // Without a mixer there are no tracks to enumerate.
-    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"SelectObj(\"Rig\", \"BRANCH\")",
-                                                   L"RemoveAllAnimation(null, null, 3, 3, 128)",
-                                                   L"DeselectAll()"}));
+    EXPECT_EQ(Echoed(),
+              (std::vector<std::wstring>{L"SelectObj(\"Rig\", \"BRANCH\")",
+                                         L"RemoveAllAnimation(null, null, 3, 3, 128)", L"DeselectAll()"}));
 }
 
 TEST_F(ShellTest, ClearAnimDeletesEveryMixerTrack) {
@@ -435,12 +435,11 @@ TEST_F(ShellTest, ClearAnimDeletesEveryMixerTrack) {
     orvhost::ClearLog();
     Util::clearAnim(model);
     EXPECT_TRUE(tracks->owned.empty());
-    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"SelectObj(\"Rig\", \"BRANCH\")",
-                                                   L"RemoveAllAnimation(null, null, 3, 3, 128)",
-                                                   L"EnumElements(\"Rig.Mixer.AnimTracks\")",
-                                                   L"DeleteObj(\"Rig.Mixer.AnimTracks.Walk\")",
-                                                   L"DeleteObj(\"Rig.Mixer.AnimTracks.Run\")",
-                                                   L"DeselectAll()"}));
+    EXPECT_EQ(Echoed(),
+              (std::vector<std::wstring>{
+                  L"SelectObj(\"Rig\", \"BRANCH\")", L"RemoveAllAnimation(null, null, 3, 3, 128)",
+                  L"EnumElements(\"Rig.Mixer.AnimTracks\")", L"DeleteObj(\"Rig.Mixer.AnimTracks.Walk\")",
+                  L"DeleteObj(\"Rig.Mixer.AnimTracks.Run\")", L"DeselectAll()"}));
 }
 
 TEST_F(ShellTest, ClearNodeAnimRemovesTheAnimationOfOneObject) {
@@ -523,9 +522,9 @@ TEST_F(ShellTest, FrameSelectsEachCarrierByNameThenFramesAll) {
     SetCommandLog(true);
     orvhost::ClearLog();
     EXPECT_EQ(Util::frame(L"Marker"), ORV::CStatus::OK);
-    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"SelectObj(\"A\", \"BRANCH\")",
-                                                   L"SelectObj(\"C\", \"BRANCH\")", L"FrameAll(0)",
-                                                   L"DeselectAll()"}));
+    EXPECT_EQ(Echoed(),
+              (std::vector<std::wstring>{L"SelectObj(\"A\", \"BRANCH\")", L"SelectObj(\"C\", \"BRANCH\")",
+                                         L"FrameAll(0)", L"DeselectAll()"}));
     orvhost::ClearLog();
     EXPECT_EQ(Util::frame(L"Nothing"), ORV::CStatus::OK);
     EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"FrameAll()", L"DeselectAll()"}));
@@ -881,9 +880,8 @@ TEST_F(ShellTest, MakeConnectionLineIssuesOnlyTheSelectabilityCommand) {
     orvhost::ClearLog();
     ORV::X3DObject line = Util::makeConnectionLine(model, first, second, 9);
     ASSERT_TRUE(line.IsValid());
-    EXPECT_EQ(Echoed(),
-              (std::vector<std::wstring>{L"SetValue(\"" + line.GetFullName().std() +
-                                         L".visibility.selectability\", false)"}));
+    EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"SetValue(\"" + line.GetFullName().std() +
+                                                   L".visibility.selectability\", false)"}));
     ORV::Property display;
     ASSERT_TRUE(Util::findCustomPSet(line, L"Display", display));
     EXPECT_EQ(static_cast<int>(display.GetParameterValue(L"wirecol")), 9);
