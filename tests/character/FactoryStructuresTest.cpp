@@ -804,3 +804,23 @@ TEST_F(FactoryStructures, CaptureStructureHasTheLimitsOfTheBiped) {
     }
     EXPECT_EQ(limited, 10);  // neck, head, knees, ankles, elbows, wrists
 }
+
+TEST_F(FactoryStructures, MainReadmeLinksTheDataReadmeWithTheSameCounts) {
+    const std::string readme = ReadText(std::string(TROVO_FACTORY_DATA) + "/../README.md");
+    EXPECT_NE(readme.find("(data/README.md)"), std::string::npos);
+    const std::pair<const char*, const char*> rows[] = {
+        {"biped", "`Structures/biped.structure`"},
+        {"quadruped", "`Structures/quadruped.structure`"},
+        {"bipedcapture", "`Structures/Mocap/bipedcapture.structure`"}};
+    for (const auto& [name, file] : rows) {
+        SCOPED_TRACE(name);
+        auto s = Load(name);
+        ASSERT_NE(s, nullptr);
+        const size_t at = readme.find("| " + std::string(file));
+        ASSERT_NE(at, std::string::npos);
+        const std::vector<std::string> cells = Cells(readme.substr(at, readme.find('\n', at) - at));
+        ASSERT_GE(cells.size(), 4u);
+        EXPECT_EQ(cells[2], std::to_string(s->numNodes));
+        EXPECT_EQ(cells[3], std::to_string(s->numPlanes));
+    }
+}
