@@ -49,7 +49,8 @@ struct ReadmePlane {
 };
 
 struct ReadmeStructure {
-    int nodes = -1, planes = -1;
+    int nodes = -1, planes = -1, decomps = -1;
+    std::string family;
     std::vector<ReadmeNode> table;
     std::vector<ReadmePlane> planeList;
 };
@@ -94,14 +95,17 @@ ReadmeStructure ReadmeFor(const std::string& name) {
     size_t at = 0;
     while (at < lines.size() && lines[at].rfind("Structure `" + name + "` (", 0) != 0) ++at;
     if (at == lines.size()) return out;
+    // "Structure `name` (family `f`...): N nodes, P planes, D decompositions." over up to three lines.
+    std::string head;
+    for (size_t i = at; i < lines.size() && i < at + 3; ++i) head += lines[i] + " ";
     std::smatch m;
-    const std::regex counts("(\\d+) nodes, (\\d+) planes");
-    for (size_t i = at; i < lines.size() && i < at + 3; ++i) {
-        if (std::regex_search(lines[i], m, counts)) {
-            out.nodes = std::stoi(m[1]);
-            out.planes = std::stoi(m[2]);
-            break;
-        }
+    const std::regex counts(
+        "\\(family `(\\w+)`[^)]*\\): (\\d+) nodes, (\\d+) planes, (\\d+|no)\\s+decompositions");
+    if (std::regex_search(head, m, counts)) {
+        out.family = m[1];
+        out.nodes = std::stoi(m[2]);
+        out.planes = std::stoi(m[3]);
+        out.decomps = m[4] == "no" ? 0 : std::stoi(m[4]);
     }
     for (const auto& cells : TableAfter(lines, at, "| index | name | kind | parent | mirror |")) {
         if (cells.size() != 5) continue;
@@ -446,6 +450,8 @@ TEST_F(FactoryStructures, NodesAndPlanesAreThoseOfTheDataReadme) {
         const ReadmeStructure readme = ReadmeFor(name);
         EXPECT_EQ(s->numNodes, readme.nodes);
         EXPECT_EQ(s->numPlanes, readme.planes);
+        EXPECT_EQ(static_cast<int>(s->decomps.size()), readme.decomps);
+        EXPECT_EQ(Narrow(s->Type), readme.family);
         ASSERT_EQ(static_cast<int>(readme.table.size()), s->numNodes);
         for (const ReadmeNode& row : readme.table) {
             SCOPED_TRACE(row.name);

@@ -452,3 +452,29 @@ TEST_F(ModelStructurePersist, CountBeyondTheRowsOfItsGridIsCutToTheRows) {
     EXPECT_EQ(back->numPlanes, 3);
     ExpectStoredFieldsEqual(*s, *back);
 }
+
+TEST_F(ModelStructurePersist, AVersionAbove8ReadsRowsOfTwelveCells) {
+    auto s = Load("s");
+    ASSERT_NE(s, nullptr);
+    s->SaveToCustomProperty(model);
+    Property().PutParameterValue(L"Version", ORV::CValue(9));
+    auto back = Reload();
+    ASSERT_NE(back, nullptr);
+    ExpectStoredFieldsEqual(*s, *back);
+}
+
+TEST_F(ModelStructurePersist, StoredUnusedWordInALaterChannelEndsTheChannelScan) {
+    // The file reader never stores the word, so only a damaged scene has it; reading must
+    // still come to an end, with the channels before it in place.
+    auto s = Load("s");
+    ASSERT_NE(s, nullptr);
+    s->SaveToCustomProperty(model);
+    ORV::GridData decomps = Grid(L"Decomps");
+    decomps.PutCell(7, 0, ORV::CValue(L"lpush"));
+    decomps.PutCell(8, 0, ORV::CValue(L"Unused"));
+    auto back = Reload();
+    ASSERT_NE(back, nullptr);
+    ASSERT_EQ(back->decomps.size(), 1u);
+    EXPECT_EQ(Text(back->decomps[0].RtoP_X), L"lpush");
+    EXPECT_EQ(Text(back->decomps[0].RX), L"ltwist");
+}
