@@ -40,6 +40,14 @@ void addValue(ORV::CustomProperty& property, const wchar_t* name, ORV::ovValueTy
 void addGrid(ORV::CustomProperty& property, const ORV::CString& name, const wchar_t* const* labels,
              int columns, long rows, const ORV::CValueArray& data) {
     ORV::Parameter parameter = property.AddGridParameter(name);
+    // A grid comes with the host's default capabilities; the stored ones are those of every
+    // parameter of the property.
+    const unsigned differ = static_cast<unsigned>(parameter.GetCapabilities() ^ STORED_CAPABILITIES);
+    for (int bit = 0; bit < 31; ++bit) {
+        const int flag = 1 << bit;
+        if (differ & static_cast<unsigned>(flag))
+            parameter.PutCapabilityFlag(flag, (STORED_CAPABILITIES & flag) != 0);
+    }
     ORV::GridData grid(static_cast<ORV::CRef>(parameter.GetValue()));
     grid.PutColumnCount(columns);
     grid.PutRowCount(rows);

@@ -22,6 +22,8 @@ namespace {
 
 const char* const FACTORY_STRUCTURES[] = {"biped", "quadruped", "bipedcapture"};
 
+const double kPi = 3.141592653589793;
+
 std::string Narrow(const ORV::CString& s) {
     const std::wstring w = s.GetWideString();
     return std::string(w.begin(), w.end());
@@ -47,7 +49,8 @@ struct ReadmePlane {
 };
 
 struct ReadmeStructure {
-    int nodes = -1, planes = -1;
+    int nodes = -1, planes = -1, decomps = -1;
+    std::string family;
     std::vector<ReadmeNode> table;
     std::vector<ReadmePlane> planeList;
 };
@@ -92,14 +95,17 @@ ReadmeStructure ReadmeFor(const std::string& name) {
     size_t at = 0;
     while (at < lines.size() && lines[at].rfind("Structure `" + name + "` (", 0) != 0) ++at;
     if (at == lines.size()) return out;
+    // "Structure `name` (family `f`...): N nodes, P planes, D decompositions." over up to three lines.
+    std::string head;
+    for (size_t i = at; i < lines.size() && i < at + 3; ++i) head += lines[i] + " ";
     std::smatch m;
-    const std::regex counts("(\\d+) nodes, (\\d+) planes");
-    for (size_t i = at; i < lines.size() && i < at + 3; ++i) {
-        if (std::regex_search(lines[i], m, counts)) {
-            out.nodes = std::stoi(m[1]);
-            out.planes = std::stoi(m[2]);
-            break;
-        }
+    const std::regex counts(
+        "\\(family `(\\w+)`[^)]*\\): (\\d+) nodes, (\\d+) planes, (\\d+|no)\\s+decompositions");
+    if (std::regex_search(head, m, counts)) {
+        out.family = m[1];
+        out.nodes = std::stoi(m[2]);
+        out.planes = std::stoi(m[3]);
+        out.decomps = m[4] == "no" ? 0 : std::stoi(m[4]);
     }
     for (const auto& cells : TableAfter(lines, at, "| index | name | kind | parent | mirror |")) {
         if (cells.size() != 5) continue;
@@ -249,9 +255,14 @@ Tagging TaggingColumn(const std::string& header, size_t column, bool rightFromLe
         if (cells.size() <= column || cells[column] == "-") continue;
         tags[cells[0]] = cells[column];
         if (rightFromLeft && cells[0][0] == 'l') {
+            // "Right" for "Left", or else an initial "R" for "L" (LFingers, RFingers).
             std::string right = cells[column];
             const size_t at = right.find("Left");
-            if (at != std::string::npos) right.replace(at, 4, "Right");
+            if (at != std::string::npos) {
+                right.replace(at, 4, "Right");
+            } else if (!right.empty() && right[0] == 'L') {
+                right[0] = 'R';
+            }
             tags["r" + cells[0].substr(1)] = right;
         }
     }
@@ -259,9 +270,9 @@ Tagging TaggingColumn(const std::string& header, size_t column, bool rightFromLe
 }
 
 // Tagging `skeleton` by `tags` on `structure` meets the rules of a valid tagging, and agrees
-// with the skeleton's hierarchy and sides.
+// with the skeleton's hierarchy and, where its rest pose stands upright facing +Z, its sides.
 void ExpectTaggingFits(const ModelStructure& s, const Skeleton& skeleton, const Tagging& tags,
-                       bool spineSpansJoints) {
+                       bool spineSpansJoints, bool checkSides = true) {
     std::vector<int> joint(size_t(s.numNodes), -1);
     for (const auto& [node, jointName] : tags) {
         int index = -1;
@@ -298,7 +309,7 @@ void ExpectTaggingFits(const ModelStructure& s, const Skeleton& skeleton, const 
         // Sides: a left joint never lies right of its counterpart (a clavicle joint may sit on
         // the midline, at the spine).
         const int m = s.nodes[n].mirror_node_index;
-        if (s.nodes[n].Name[0] == L'l' && m >= 0 && joint[size_t(m)] >= 0) {
+        if (checkSides && s.nodes[n].Name[0] == L'l' && m >= 0 && joint[size_t(m)] >= 0) {
             EXPECT_GE(skeleton.position[size_t(joint[size_t(n)])][0],
                       skeleton.position[size_t(joint[size_t(m)])][0]);
         }
@@ -311,7 +322,7 @@ void ExpectTaggingFits(const ModelStructure& s, const Skeleton& skeleton, const 
             EXPECT_GT(skeleton.StepsUp(joint[size_t(bones[b])], joint[size_t(bones[b + 1])]), 0);
         // Limb joints lie clearly on their own side: left on +X, right on -X.
         const bool left = s.nodes[s.planes[p].Span].Name[0] == L'l';
-        for (long b = 0; b < bones.GetCount(); ++b) {
+        for (long b = 0; checkSides && b < bones.GetCount(); ++b) {
             const double x = skeleton.position[size_t(joint[size_t(bones[b])])][0];
             if (left) {
                 EXPECT_GT(x, 0.0) << Narrow(s.nodes[bones[b]].Name);
@@ -328,6 +339,71 @@ void ExpectTaggingFits(const ModelStructure& s, const Skeleton& skeleton, const 
     } else {
         EXPECT_EQ(between, 1);
     }
+}
+
+// The joint of each structure node under `tags`, or -1.
+std::vector<int> JointsOf(const ModelStructure& s, const Skeleton& skeleton, const Tagging& tags) {
+    std::vector<int> joint(size_t(s.numNodes), -1);
+    for (const auto& [node, jointName] : tags) {
+        const int index = s.nodeIndex(ORV::CString(std::wstring(node.begin(), node.end()).c_str()));
+        if (index >= 0) joint[size_t(index)] = skeleton.Find(jointName);
+    }
+    return joint;
+}
+
+// The signed angle that turns `from` into `to` about the canonical axis `axis` (0 X, 1 Y, 2 Z),
+// from their parts in the plane normal to it; false when either lies mostly along the axis.
+bool BendAbout(int axis, const std::array<double, 3>& from, const std::array<double, 3>& to, double& angle) {
+    const size_t i = size_t((axis + 1) % 3), j = size_t((axis + 2) % 3);
+    const double inPlaneFrom = std::hypot(from[i], from[j]), inPlaneTo = std::hypot(to[i], to[j]);
+    const double lengthFrom = std::hypot(inPlaneFrom, from[size_t(axis)]);
+    const double lengthTo = std::hypot(inPlaneTo, to[size_t(axis)]);
+    if (inPlaneFrom < 0.3 * lengthFrom || inPlaneTo < 0.3 * lengthTo) return false;
+    angle = std::atan2(from[i] * to[j] - from[j] * to[i], from[i] * to[i] + from[j] * to[j]);
+    return true;
+}
+
+std::array<double, 3> Between(const std::array<double, 3>& a, const std::array<double, 3>& b) {
+    return {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
+}
+
+// For every limited axis of a node that has a child: the rest pose of a real skeleton, read as
+// the bend from the bone before the node to the node's own bone about that canonical axis,
+// and measured from the same bend in the structure's own rest pose, lies within the limits.
+// A limit with the wrong sign would shut out the pose in which the skeleton stands. Gives the
+// number of bends checked.
+int ExpectRestBendsWithinLimits(const ModelStructure& s, const Skeleton& skeleton, const Tagging& tags) {
+    const std::vector<int> joint = JointsOf(s, skeleton, tags);
+    auto position = [](const ORV::MATH::CVector3& v) { return std::array<double, 3>{v.x, v.y, v.z}; };
+    int checked = 0;
+    for (int n = 0; n < s.numNodes; ++n) {
+        const int before = s.nodes[n].OffsetParent;
+        int child = -1;
+        for (int c = s.numNodes - 1; c > n; --c)
+            if (s.nodes[c].OffsetParent == n) child = c;
+        if (before < 0 || child < 0) continue;
+        const int a = joint[size_t(before)], b = joint[size_t(n)], c = joint[size_t(child)];
+        if (a < 0 || b < 0 || c < 0 || a == b || b == c) continue;
+        const double min[3] = {s.nodes[n].Minlimits.x, s.nodes[n].Minlimits.y, s.nodes[n].Minlimits.z};
+        const double max[3] = {s.nodes[n].Maxlimits.x, s.nodes[n].Maxlimits.y, s.nodes[n].Maxlimits.z};
+        for (int axis = 0; axis < 3; ++axis) {
+            if (max[axis] < min[axis]) continue;  // not limited
+            double rig = 0, rest = 0;
+            if (!BendAbout(axis, Between(skeleton.position[size_t(a)], skeleton.position[size_t(b)]),
+                           Between(skeleton.position[size_t(b)], skeleton.position[size_t(c)]), rig) ||
+                !BendAbout(axis, Between(position(s.nodes[before].Position), position(s.nodes[n].Position)),
+                           Between(position(s.nodes[n].Position), position(s.nodes[child].Position)), rest))
+                continue;
+            double bend = rig - rest;
+            if (bend > kPi) bend -= 2 * kPi;
+            if (bend < -kPi) bend += 2 * kPi;
+            SCOPED_TRACE(Narrow(s.nodes[n].Name) + " axis " + std::to_string(axis));
+            EXPECT_GE(bend, min[axis]);
+            EXPECT_LE(bend, max[axis]);
+            ++checked;
+        }
+    }
+    return checked;
 }
 
 // ---- Fixture ---------------------------------------------------------------------------------
@@ -374,6 +450,8 @@ TEST_F(FactoryStructures, NodesAndPlanesAreThoseOfTheDataReadme) {
         const ReadmeStructure readme = ReadmeFor(name);
         EXPECT_EQ(s->numNodes, readme.nodes);
         EXPECT_EQ(s->numPlanes, readme.planes);
+        EXPECT_EQ(static_cast<int>(s->decomps.size()), readme.decomps);
+        EXPECT_EQ(Narrow(s->Type), readme.family);
         ASSERT_EQ(static_cast<int>(readme.table.size()), s->numNodes);
         for (const ReadmeNode& row : readme.table) {
             SCOPED_TRACE(row.name);
@@ -561,8 +639,16 @@ TEST_F(FactoryStructures, KneesAndElbowsBendOneWayAboutOneAxis) {
     EXPECT_DOUBLE_EQ(elbow.Minlimits.y, -160 * DEG);
     EXPECT_DOUBLE_EQ(elbow.Maxlimits.y, 10 * DEG);
     EXPECT_GT(elbow.Minlimits.z, elbow.Maxlimits.z);
-    const ModelStructure::Node& chest = s->nodes[s->nodeIndex(ORV::CString(L"chest"))];
-    EXPECT_GT(chest.Minlimits.x, chest.Maxlimits.x);  // the spine is free
+    const ModelStructure::Node& wrist = s->nodes[s->nodeIndex(ORV::CString(L"lhand"))];
+    EXPECT_GT(wrist.Minlimits.x, wrist.Maxlimits.x);  // the forearm's twist stays free
+    EXPECT_DOUBLE_EQ(wrist.Minlimits.y, -40 * DEG);
+    EXPECT_DOUBLE_EQ(wrist.Maxlimits.z, 80 * DEG);
+    for (const wchar_t* free : {L"chest", L"lthigh", L"lupperarm"}) {
+        const ModelStructure::Node& ball = s->nodes[s->nodeIndex(ORV::CString(free))];
+        EXPECT_GT(ball.Minlimits.x, ball.Maxlimits.x);  // the spine, hips and shoulders are free
+        EXPECT_GT(ball.Minlimits.y, ball.Maxlimits.y);
+        EXPECT_GT(ball.Minlimits.z, ball.Maxlimits.z);
+    }
 }
 
 TEST_F(FactoryStructures, BipedTwistTargetsAreExtraTagsOnTheHands) {
@@ -641,4 +727,106 @@ TEST_F(FactoryStructures, QuadrupedFitsTheFox) {
     const Tagging tags = TaggingColumn("| node | Fox joint |", 1, false);
     EXPECT_EQ(tags.size(), 26u);  // both scapulae untagged
     ExpectTaggingFits(*s, skeleton, tags, false);
+}
+
+TEST_F(FactoryStructures, BipedFitsTheCmu3dsMaxSkeleton) {
+    auto s = Load("biped");
+    ASSERT_NE(s, nullptr);
+    const Skeleton skeleton = ReadBvhSkeleton(std::string(TROVO_TEST_DATA) + "/bvh/cmu_3dsmax/01_01.bvh");
+    ASSERT_EQ(skeleton.Find("Hips"), 0);
+    const Tagging tags = TaggingColumn("| node | CMU MotionBuilder |", 2, true);
+    EXPECT_EQ(tags.size(), 23u);
+    EXPECT_EQ(tags.at("rfingers"), "RFingers");
+    ExpectTaggingFits(*s, skeleton, tags, true);
+}
+
+TEST_F(FactoryStructures, BipedFitsTheMixamoStyleSkeleton) {
+    auto s = Load("biped");
+    ASSERT_NE(s, nullptr);
+    const Skeleton skeleton =
+        ReadBvhSkeleton(std::string(TROVO_TEST_DATA) + "/bvh/other_rokoko_mixamo_preset/jesse_dance.bvh");
+    ASSERT_EQ(skeleton.Find("Hips"), 0);
+    const Tagging tags = TaggingColumn("| node | CMU MotionBuilder |", 3, true);
+    EXPECT_EQ(tags.size(), 23u);
+    // With all channels at zero this file lays its bones out along X, not standing: its sides
+    // are known by name only.
+    ExpectTaggingFits(*s, skeleton, tags, true, false);
+}
+
+TEST_F(FactoryStructures, BipedLimitsHoldTheRestPosesOfRealSkeletons) {
+    auto s = Load("biped");
+    ASSERT_NE(s, nullptr);
+    const Skeleton cmu = ReadBvhSkeleton(std::string(TROVO_TEST_DATA) + "/bvh/cmu_mb2010/02_01.bvh");
+    // neck X Z, and on both sides knee X, ankle X, elbow Y, wrist Y Z (the ankle's other axes
+    // and the neck's Y have a bone along them)
+    EXPECT_EQ(ExpectRestBendsWithinLimits(*s, cmu, TaggingColumn("| node | CMU MotionBuilder |", 1, true)),
+              12);
+    const Skeleton figure =
+        ReadGlbSkeleton(std::string(TROVO_TEST_DATA) + "/gltf/RiggedFigure/RiggedFigure.glb");
+    // The same but the wrists: the figure's hand joint plays the fingers too.
+    EXPECT_EQ(
+        ExpectRestBendsWithinLimits(*s, figure, TaggingColumn("| node | RiggedFigure joint |", 1, false)), 8);
+}
+
+TEST_F(FactoryStructures, QuadrupedLegHingesHoldTheFoxRestPose) {
+    auto s = Load("quadruped");
+    ASSERT_NE(s, nullptr);
+    const Skeleton fox = ReadGlbSkeleton(std::string(TROVO_TEST_DATA) + "/gltf/Fox/Fox.glb");
+    const Tagging tags = TaggingColumn("| node | Fox joint |", 1, false);
+    // neck X Z, and on both sides the front elbow, the stifle and the hock, each about X
+    EXPECT_EQ(ExpectRestBendsWithinLimits(*s, fox, tags), 8);
+    // The fox stands with its stifles folded back and its hocks folded forward, as the
+    // limits have it: the rest bend about X, from the hand-read joint positions.
+    const std::vector<int> joint = JointsOf(*s, fox, tags);
+    auto bendAt = [&](const char* before, const char* node, const char* after) {
+        const auto at = [&](const char* name) {
+            return fox.position[size_t(joint[size_t(s->nodeIndex(ORV::CString(name)))])];
+        };
+        double angle = 0;
+        EXPECT_TRUE(BendAbout(0, Between(at(before), at(node)), Between(at(node), at(after)), angle));
+        return angle;
+    };
+    EXPECT_GT(bendAt("lthigh", "lshin", "lhock"), 0.5);
+    EXPECT_LT(bendAt("lshin", "lhock", "lhindfoot"), -0.5);
+    EXPECT_GT(bendAt("rthigh", "rshin", "rhock"), 0.5);
+    EXPECT_LT(bendAt("rshin", "rhock", "rhindfoot"), -0.5);
+}
+
+TEST_F(FactoryStructures, CaptureStructureHasTheLimitsOfTheBiped) {
+    auto capture = Load("bipedcapture");
+    auto biped = Load("biped");
+    ASSERT_NE(capture, nullptr);
+    ASSERT_NE(biped, nullptr);
+    int limited = 0;
+    for (int i = 0; i < capture->numNodes; ++i) {
+        const ModelStructure::Node& node = capture->nodes[i];
+        const ModelStructure::Node& same = biped->nodes[biped->nodeIndex(node.Name)];
+        SCOPED_TRACE(Narrow(node.Name));
+        EXPECT_EQ(node.Minlimits, same.Minlimits);
+        EXPECT_EQ(node.Maxlimits, same.Maxlimits);
+        if (node.Maxlimits.x >= node.Minlimits.x || node.Maxlimits.y >= node.Minlimits.y ||
+            node.Maxlimits.z >= node.Minlimits.z)
+            ++limited;
+    }
+    EXPECT_EQ(limited, 10);  // neck, head, knees, ankles, elbows, wrists
+}
+
+TEST_F(FactoryStructures, MainReadmeLinksTheDataReadmeWithTheSameCounts) {
+    const std::string readme = ReadText(std::string(TROVO_FACTORY_DATA) + "/../README.md");
+    EXPECT_NE(readme.find("(data/README.md)"), std::string::npos);
+    const std::pair<const char*, const char*> rows[] = {
+        {"biped", "`Structures/biped.structure`"},
+        {"quadruped", "`Structures/quadruped.structure`"},
+        {"bipedcapture", "`Structures/Mocap/bipedcapture.structure`"}};
+    for (const auto& [name, file] : rows) {
+        SCOPED_TRACE(name);
+        auto s = Load(name);
+        ASSERT_NE(s, nullptr);
+        const size_t at = readme.find("| " + std::string(file));
+        ASSERT_NE(at, std::string::npos);
+        const std::vector<std::string> cells = Cells(readme.substr(at, readme.find('\n', at) - at));
+        ASSERT_GE(cells.size(), 4u);
+        EXPECT_EQ(cells[2], std::to_string(s->numNodes));
+        EXPECT_EQ(cells[3], std::to_string(s->numPlanes));
+    }
 }

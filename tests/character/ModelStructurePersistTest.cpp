@@ -38,7 +38,7 @@ const char* const STRUCTURE =
     "rightarm {\n"
     "    chest\n"
     "    rupperarm anchor -1 0 0   0 0 1  -17 10 0\n"
-    "    rforearm  child  -1 0 0   0 0 1  -28 0 0\n"
+    "    rforearm  child  -1 0 0   0 0 1  -28.1 0.2 0.30000000000000004   limits: 0.1 -12.5 1  -1 160.75 -1\n"
     "    rhand     ik     -1 0 0   0 0 1  -26 0 0\n"
     "}\n"
     "twist {\n"
@@ -142,26 +142,50 @@ TEST_F(ModelStructurePersist, ParametersComeInTheirOrderWithLabelsAndCapabilitie
     ASSERT_NE(s, nullptr);
     s->SaveToCustomProperty(model);
     ORV::CustomProperty property = Property();
+    ASSERT_TRUE(property.IsValid());
+    EXPECT_EQ(Text(property.GetType()), L"CustomProperty");
     EXPECT_EQ(
         ParameterNames(property),
         (std::vector<std::wstring>{L"Version", L"Type", L"Source", L"numNodes", L"numPlanes", L"numDecomps",
                                    L"Nodes", L"Planes", L"Decomps", L"BaseGroups", L"BaseGroup_torso",
                                    L"BaseGroup_leftleg", L"Groups", L"Group_leftarm", L"Group_rightarm"}));
-    ORV::Parameter version = property.GetParameter(L"Version");
-    EXPECT_EQ(version.GetValueType(), ORV::ovInt4);
-    EXPECT_EQ(version.GetCapabilities(), 6);
-    EXPECT_EQ(Text(version.GetDescription()), L"Version of the structure format");
-    ORV::Parameter type = property.GetParameter(L"Type");
-    EXPECT_EQ(type.GetValueType(), ORV::ovString);
-    EXPECT_EQ(Text(type.GetDescription()), L"Type of the structure");
-    EXPECT_EQ(Text(property.GetParameterValue(L"Type").GetAsText()), L"tb");
-    EXPECT_EQ(Text(property.GetParameter(L"Source").GetDescription()), L"Source file name");
-    EXPECT_EQ(Text(property.GetParameterValue(L"Source").GetAsText()), L"s");
-    EXPECT_EQ(static_cast<int>(property.GetParameterValue(L"numNodes")), 12);
-    EXPECT_EQ(static_cast<int>(property.GetParameterValue(L"numPlanes")), 3);
-    EXPECT_EQ(static_cast<int>(property.GetParameterValue(L"numDecomps")), 1);
-    EXPECT_EQ(property.GetParameter(L"numNodes").GetCapabilities(), 6);
-    EXPECT_TRUE(property.GetParameter(L"numNodes").GetDescription().IsEmpty());
+
+    // The plain parameters, as the host keeps them: kind, label, description, default value
+    // (which is also the value), capabilities.
+    struct Expected {
+        const wchar_t* name;
+        ORV::ovValueType type;
+        const wchar_t* label;
+        const wchar_t* description;
+        ORV::CValue value;
+    };
+    const Expected plain[] = {
+        {L"Version", ORV::ovInt4, L"Version", L"Version of the structure format", ORV::CValue(8)},
+        {L"Type", ORV::ovString, L"Type", L"Type of the structure", ORV::CValue(L"tb")},
+        {L"Source", ORV::ovString, L"Source", L"Source file name", ORV::CValue(L"s")},
+        {L"numNodes", ORV::ovInt4, L"", L"", ORV::CValue(12)},
+        {L"numPlanes", ORV::ovInt4, L"", L"", ORV::CValue(3)},
+        {L"numDecomps", ORV::ovInt4, L"", L"", ORV::CValue(1)},
+    };
+    for (const Expected& e : plain) {
+        SCOPED_TRACE(e.name);
+        ORV::Parameter parameter = property.GetParameter(e.name);
+        ASSERT_TRUE(parameter.IsValid());
+        auto* item = dynamic_cast<orvhost::ParamItem*>(orvhost::TheStore().Resolve(parameter.GetRef()));
+        ASSERT_NE(item, nullptr);
+        EXPECT_EQ(parameter.GetValueType(), e.type);
+        EXPECT_EQ(parameter.GetCapabilities(), 6);
+        EXPECT_EQ(item->label, e.label);
+        EXPECT_EQ(Text(parameter.GetDescription()), e.description);
+        EXPECT_EQ(Text(parameter.GetDefault().GetAsText()), Text(e.value.GetAsText()));
+        EXPECT_EQ(Text(parameter.GetValue().GetAsText()), Text(e.value.GetAsText()));
+    }
+    // The grids have the same capabilities.
+    for (const wchar_t* grid :
+         {L"Nodes", L"Planes", L"Decomps", L"BaseGroups", L"BaseGroup_torso", L"Groups", L"Group_rightarm"}) {
+        SCOPED_TRACE(grid);
+        EXPECT_EQ(property.GetParameter(grid).GetCapabilities(), 6);
+    }
 }
 
 TEST_F(ModelStructurePersist, GridsHoldPlanesDecompositionsAndGroupItemsAsText) {
@@ -201,6 +225,22 @@ TEST_F(ModelStructurePersist, GridsHoldPlanesDecompositionsAndGroupItemsAsText) 
     EXPECT_EQ(Text(shin[4].GetAsText()), L"0,-42,0");
     EXPECT_EQ(Text(shin[5].GetAsText()), L"-10,1,1");  // degrees, as in the file
     EXPECT_EQ(Text(shin[6].GetAsText()), L"160,-1,-1");
+}
+
+TEST_F(ModelStructurePersist, FractionalGroupVectorsSurviveTheirTextForm) {
+    auto s = Load("s");
+    ASSERT_NE(s, nullptr);
+    s->SaveToCustomProperty(model);
+    auto back = Reload();
+    ASSERT_NE(back, nullptr);
+    ModelStructure::GroupItem* forearm = back->FindTagItem(ORV::CString(L"rforearm"));
+    ASSERT_NE(forearm, nullptr);
+    // Bit for bit: the text of a stored vector carries every digit a double needs.
+    EXPECT_EQ(forearm->Offset.x, -28.1);
+    EXPECT_EQ(forearm->Offset.y, 0.2);
+    EXPECT_EQ(forearm->Offset.z, 0.30000000000000004);
+    EXPECT_EQ(forearm->Minlimits, ORV::MATH::CVector3(0.1, -12.5, 1));
+    EXPECT_EQ(forearm->Maxlimits, ORV::MATH::CVector3(-1, 160.75, -1));
 }
 
 TEST_F(ModelStructurePersist, ReloadedStructureHasNoOffsetsPositionsOrLimits) {
@@ -411,4 +451,30 @@ TEST_F(ModelStructurePersist, CountBeyondTheRowsOfItsGridIsCutToTheRows) {
     EXPECT_EQ(back->numNodes, 12);
     EXPECT_EQ(back->numPlanes, 3);
     ExpectStoredFieldsEqual(*s, *back);
+}
+
+TEST_F(ModelStructurePersist, AVersionAbove8ReadsRowsOfTwelveCells) {
+    auto s = Load("s");
+    ASSERT_NE(s, nullptr);
+    s->SaveToCustomProperty(model);
+    Property().PutParameterValue(L"Version", ORV::CValue(9));
+    auto back = Reload();
+    ASSERT_NE(back, nullptr);
+    ExpectStoredFieldsEqual(*s, *back);
+}
+
+TEST_F(ModelStructurePersist, StoredUnusedWordInALaterChannelEndsTheChannelScan) {
+    // The file reader never stores the word, so only a damaged scene has it; reading must
+    // still come to an end, with the channels before it in place.
+    auto s = Load("s");
+    ASSERT_NE(s, nullptr);
+    s->SaveToCustomProperty(model);
+    ORV::GridData decomps = Grid(L"Decomps");
+    decomps.PutCell(7, 0, ORV::CValue(L"lpush"));
+    decomps.PutCell(8, 0, ORV::CValue(L"Unused"));
+    auto back = Reload();
+    ASSERT_NE(back, nullptr);
+    ASSERT_EQ(back->decomps.size(), 1u);
+    EXPECT_EQ(Text(back->decomps[0].RtoP_X), L"lpush");
+    EXPECT_EQ(Text(back->decomps[0].RX), L"ltwist");
 }

@@ -361,6 +361,50 @@ TEST_F(ModelStructureFile, StructureFolderWinsOverCaptureFolder) {
     EXPECT_EQ(s->numNodes, 2);
 }
 
+TEST_F(ModelStructureFile, BaseFileIsNotLookedForInTheCaptureFolder) {
+    root.Write("Structures/Mocap/mb.base", TORSO_BASE);
+    root.Write("Structures/s.structure", "mb\n");
+    EXPECT_EQ(Load("s"), nullptr);
+    EXPECT_EQ(Messages(4), One(L"cannot find basefile structure file: mb"));
+}
+
+TEST_F(ModelStructureFile, UserCopyOfAStructureWinsOverTheFactoryOne) {
+    structtest::ScratchRoot factory;
+    structtest::UseLocations(root.dir, factory.dir);
+    factory.Write("Structures/tb.base", TORSO_BASE);
+    factory.Write("Structures/s.structure", "tb\narm {\n chest\n extra child 1 0 0 0 0 1 1 0 0\n}\n");
+    factory.Write("Structures/f.structure", "tb\n");
+    root.Write("Structures/s.structure", "tb\n");
+    auto mine = Load("s");
+    ASSERT_NE(mine, nullptr);
+    EXPECT_EQ(mine->numNodes, 2);  // the user's copy, on the factory's base file
+    auto theirs = Load("f");
+    ASSERT_NE(theirs, nullptr);
+    EXPECT_EQ(Text(theirs->Source), L"f");
+    EXPECT_TRUE(Messages(0).empty());
+}
+
+TEST_F(ModelStructureFile, GroupParentNamesMatchExactly) {
+    EXPECT_EQ(LoadBlocks("leftarm {\n Chest\n lupper child 1 0 0 0 0 1 1 0 0\n}\n"), nullptr);
+    EXPECT_EQ(Messages(4), One(L"group parent node Chest must be defined before the leftarm group"));
+}
+
+TEST_F(ModelStructureFile, GroupParentUnknownInTheBaseFileIsRefused) {
+    root.Write("Structures/gb.base",
+               std::string(TORSO_BASE) + "legs {\n hips\n lthigh child 0 -1 0 0 0 1 9 -5 0\n}\n");
+    root.Write("Structures/s.structure", "gb\n");
+    EXPECT_EQ(Load("s"), nullptr);
+    EXPECT_EQ(Messages(4), One(L"group parent node hips must be defined before the legs group"));
+}
+
+TEST_F(ModelStructureFile, IkInTheBaseFileNeedsItsAnchorAndMidJointToo) {
+    root.Write("Structures/ib.base",
+               std::string(TORSO_BASE) + "legs {\n pelvis\n lfoot friction 0 0 1 0 1 0 0 -1 0\n}\n");
+    root.Write("Structures/s.structure", "ib\n");
+    EXPECT_EQ(Load("s"), nullptr);
+    EXPECT_EQ(Messages(4), One(L"the ik node lfoot is missing an anchor or midjoint"));
+}
+
 TEST_F(ModelStructureFile, AWorldGroupAfterTheFirstHasNoParentAndStartsAtItsOffset) {
     auto s = LoadBlocks("prop {\n world\n stick child 0 1 0 0 0 1 5 6 7\n}\n");
     ASSERT_NE(s, nullptr);
