@@ -1,6 +1,5 @@
 // Data file locations by scope, the path string helpers, and the older preferences file.
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include "HostTesting.h"
@@ -340,7 +339,8 @@ TEST_F(FileManagerTest, UserSelectFileOfTypeShowsAComboOfTheNamesOfEveryScope) {
         ORV::Property page;
         const ORV::CRefArray properties = ORV::Application().GetActiveSceneRoot().GetProperties();
         for (long i = 0; i < properties.GetCount(); ++i)
-            if (ORV::Property(properties[i]).GetName().std() == L"Pick Template") page = ORV::Property(properties[i]);
+            if (ORV::Property(properties[i]).GetName().std() == L"Pick Template")
+                page = ORV::Property(properties[i]);
         ASSERT_TRUE(page.IsValid());
         EXPECT_TRUE(ORV::CustomProperty(page.GetRef()).IsValid());
         const ORV::Parameter file = page.GetParameter(L"File");
@@ -356,8 +356,8 @@ TEST_F(FileManagerTest, UserSelectFileOfTypeShowsAComboOfTheNamesOfEveryScope) {
         EXPECT_EQ(combo.GetLabel().std(), L"File");
         EXPECT_EQ(combo.GetControlType(), ORV::ovControlCombo);
         const ORV::CValueArray items = combo.GetUIItems();
-        const std::vector<std::wstring> expected = {L"hands", L"hands", L"arms", L"arms", L"feet",
-                                                    L"feet",  L"hands", L"hands"};
+        const std::vector<std::wstring> expected = {L"hands", L"hands", L"arms",  L"arms",
+                                                    L"feet",  L"feet",  L"hands", L"hands"};
         ASSERT_EQ(items.GetCount(), static_cast<long>(expected.size()));
         for (long i = 0; i < items.GetCount(); ++i)
             EXPECT_EQ(ORV::CString(items[i]).std(), expected[static_cast<size_t>(i)]) << i;
@@ -385,7 +385,8 @@ TEST_F(FileManagerTest, EmptyRootIsTriedAsItStandsButNotListed) {
     ORV::CString load, store;
     const bool loaded =
         FileManager::getLoadPath(FileManager::STRUCTURE_FILE, L"biped", load, FileManager::SHARED_SCOPE);
-    const bool stored = FileManager::getStorePath(FileManager::STRUCTURE_FILE, store, FileManager::SHARED_SCOPE);
+    const bool stored =
+        FileManager::getStorePath(FileManager::STRUCTURE_FILE, store, FileManager::SHARED_SCOPE);
     ORV::CStringArray files;
     FileManager::getFilesOfType(files, FileManager::STRUCTURE_FILE, FileManager::SHARED_SCOPE);
     ASSERT_EQ(chdir(old), 0);

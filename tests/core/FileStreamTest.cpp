@@ -193,12 +193,13 @@ TEST(FileStream, DecFloatsWrittenByHandReadAsTheirValues) {
     // 0.5 = 0.5 * 2^0: exponent 128 -> word 0x4000.
     // pi = 0.7853981... * 2^2: exponent 130, fraction bits 1001001 0000111111011011
     //      -> words 0x4149, 0x0FDB.
-    const std::string bytes("\x80\x40\x00\x00"
-                            "\x20\xC1\x00\x00"
-                            "\x00\x40\x00\x00"
-                            "\x49\x41\xDB\x0F"
-                            "\x00\x00\x00\x00",
-                            20);
+    const std::string bytes(
+        "\x80\x40\x00\x00"
+        "\x20\xC1\x00\x00"
+        "\x00\x40\x00\x00"
+        "\x49\x41\xDB\x0F"
+        "\x00\x00\x00\x00",
+        20);
     TempDir dir;
     writeFile(dir.file("vax.bin"), bytes);
     FileStream in(dir.wfile("vax.bin"));
