@@ -96,12 +96,11 @@ FileManager::FileManager() {
     rootsFilled = true;
 }
 
-// A scope whose location the host reports as empty is passed over: its folders would be
-// relative to whatever the working directory happens to be.
+// An empty root is tried like any other (its folder is then relative to the working
+// directory); only the listing of files passes such scopes over.
 bool FileManager::getStorePath(FileType type, ORV::CString& path, Scope scope) {
     if (!validScope(scope) || !hasFolder(type)) return false;
     for (int s = scope; s < NUM_SCOPES; ++s) {
-        if (roots[s].IsEmpty()) continue;
         path = roots[s] + TYPE_PATHS[type];
         if (dirIsReadable(path)) return true;
     }
@@ -111,7 +110,6 @@ bool FileManager::getStorePath(FileType type, ORV::CString& path, Scope scope) {
 bool FileManager::getLoadPath(FileType type, const ORV::CString& name, ORV::CString& path, Scope scope) {
     if (!validScope(scope) || !hasFolder(type)) return false;
     for (int s = scope; s < NUM_SCOPES; ++s) {
-        if (roots[s].IsEmpty()) continue;
         const ORV::CString candidate = roots[s] + TYPE_PATHS[type] + name + TYPE_SUFFIXES[type];
         if (fileIsReadable(candidate)) {
             path = candidate;

@@ -14,8 +14,9 @@ int StdFileLength(FILE* file);
 
 class FileStream {
 public:
-    // The C3D processor type byte.
-    enum FloatFormat {
+    // The C3D processor type byte. Any byte a file carries is a valid value (hence the fixed
+    // underlying type); only DEC changes anything.
+    enum FloatFormat : int {
         INTEL = 84,  // IEEE floats, the value after construction
         DEC = 85,    // VAX floats, converted by convertFloat
         MIPS = 86    // not treated: read as if Intel

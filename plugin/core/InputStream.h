@@ -54,6 +54,10 @@ public:
     char* previous = nullptr;  // where the last read began
     char* current = nullptr;   // read position
     char* end = nullptr;       // one past the last byte of the file
+
+private:
+    // Reads and drops the rest of a number's token (delimiter set " ").
+    void discardToken();
 };
 
 }  // namespace ZUK

@@ -203,8 +203,10 @@ bool XMLFileStream::writeDocument(const ORV::CString& target) {
         if (config->canSetParameter(XMLUni::fgDOMWRTFormatPrettyPrint, true))
             config->setParameter(XMLUni::fgDOMWRTFormatPrettyPrint, true);
         // No encoding is set, so the library picks the document's own, else UTF-8. The
-        // byte-order mark goes only on UTF-16 and UCS-4 output, as the writer of old did: a
-        // UTF-8 file must begin with "<?xml" for IsXMLFile to know it again.
+        // byte-order mark is asked for only on UTF-16 and UCS-4 output, the encodings the
+        // writer of old gave one: today's library would also put one before UTF-8, and a UTF-8
+        // file must begin with "<?xml" for IsXMLFile, and the readers that sniff with it, to
+        // know our own files again.
         const XMLCh* encoding = document->getInputEncoding();
         if (!encoding || !*encoding) encoding = document->getXmlEncoding();
         const bool wideEncoding = startsWithNoCase(encoding, "UTF-16") || startsWithNoCase(encoding, "UCS-4");
@@ -380,14 +382,17 @@ void XMLFileStream::SetAttributeValue(DOMElement* element, const ORV::CString& n
 }
 
 bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name, ORV::CString& out) {
-    XMLStringConverter attribute(name.GetAsciiString());
-    const XMLCh* attributeName = attribute;
-    if (!element || !attributeName || !element->hasAttribute(attributeName)) {
-        AddError(L"Atribute : <" + name + L"> not found under : " + GetNodeName(element));
-        return false;
+    // No element, no transcoding: a stream without a document may have no platform to do it.
+    if (element) {
+        XMLStringConverter attribute(name.GetAsciiString());
+        const XMLCh* attributeName = attribute;
+        if (attributeName && element->hasAttribute(attributeName)) {
+            out = fromXML(element->getAttribute(attributeName));
+            return true;
+        }
     }
-    out = fromXML(element->getAttribute(attributeName));
-    return true;
+    AddError(L"Atribute : <" + name + L"> not found under : " + GetNodeName(element));
+    return false;
 }
 
 bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name,

@@ -1,7 +1,9 @@
 // Data file locations by scope, the path string helpers, and the older preferences file.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "HostTesting.h"
+#include "HostUI.h"
 #include "StreamTestUtil.h"
 #include "core/FileManager.h"
 
@@ -315,4 +317,83 @@ TEST_F(FileManagerTest, UserSelectFileOfTypeFailsOnCancelAndRemovesThePage) {
         EXPECT_NE(ORV::Property(properties[i]).GetName().std(), L"Pick Structure");
     EXPECT_TRUE(orvhost::LogTexts(ORV::ovWarning).empty());
     EXPECT_TRUE(orvhost::LogTexts(ORV::ovError).empty());
+}
+
+// What the page holds while it is shown: a string parameter "File" of capabilities 4 with the
+// default, and one combo box "File" whose items pair each file name with itself.
+TEST_F(FileManagerTest, UserSelectFileOfTypeShowsAComboOfTheNamesOfEveryScope) {
+    put(user, "TagTemplates/", "hands.tagt");
+    put(shared, "TagTemplates/", "arms.v2.tagt");
+    put(factory, "TagTemplates/", "feet.tagt");
+    put(factory, "TagTemplates/", "hands.tagt");
+    orvhost::NewScene();
+    orvhost::ClearAnswers();
+    orvhost::QueueAnswer(ORV::CValue(true));
+
+    bool seen = false;
+    auto& sink = orvhost::QuestionSink();
+    const auto savedSink = sink;
+    sink = [&seen](const std::wstring& question, const std::wstring&) {
+        if (question != L"InspectObj: Pick Template") return;
+        seen = true;
+        ORV::Property page;
+        const ORV::CRefArray properties = ORV::Application().GetActiveSceneRoot().GetProperties();
+        for (long i = 0; i < properties.GetCount(); ++i)
+            if (ORV::Property(properties[i]).GetName().std() == L"Pick Template")
+                page = ORV::Property(properties[i]);
+        ASSERT_TRUE(page.IsValid());
+        EXPECT_TRUE(ORV::CustomProperty(page.GetRef()).IsValid());
+        const ORV::Parameter file = page.GetParameter(L"File");
+        ASSERT_TRUE(file.IsValid());
+        EXPECT_EQ(file.GetValueType(), ORV::ovString);
+        EXPECT_EQ(file.GetCapabilities(), 4);
+        EXPECT_EQ(ORV::CString(file.GetValue()).std(), L"feet");
+
+        const ORV::PPGLayout layout = page.GetPPGLayout();
+        ASSERT_EQ(layout.GetCount(), 1);
+        const ORV::PPGItem combo = layout.GetItem(0);
+        EXPECT_EQ(combo.GetName().std(), L"File");
+        EXPECT_EQ(combo.GetLabel().std(), L"File");
+        EXPECT_EQ(combo.GetControlType(), ORV::ovControlCombo);
+        const ORV::CValueArray items = combo.GetUIItems();
+        const std::vector<std::wstring> expected = {L"hands", L"hands", L"arms",  L"arms",
+                                                    L"feet",  L"feet",  L"hands", L"hands"};
+        ASSERT_EQ(items.GetCount(), static_cast<long>(expected.size()));
+        for (long i = 0; i < items.GetCount(); ++i)
+            EXPECT_EQ(ORV::CString(items[i]).std(), expected[static_cast<size_t>(i)]) << i;
+    };
+    ORV::CString file;
+    const bool picked =
+        FileManager::userSelectFileOfType(FileManager::TAG_TEMPLATE_FILE, L"Pick Template", L"feet", file);
+    sink = savedSink;
+    EXPECT_TRUE(seen);
+    EXPECT_TRUE(picked);
+    EXPECT_EQ(file.std(), L"feet");
+}
+
+// An empty location gives an empty root, and the lookups that walk the scopes try its folder
+// as it stands, relative to the working directory; only the listing passes it over.
+TEST_F(FileManagerTest, EmptyRootIsTriedAsItStandsButNotListed) {
+    setLocations(user, "", factory);
+    const std::string work = dir.path + "/work";
+    makeDirs(work + "/Structures");
+    writeFile(work + "/Structures/biped.structure", "x");
+    put(factory, "Structures/", "biped.structure");
+    char old[4096];
+    ASSERT_NE(getcwd(old, sizeof old), nullptr);
+    ASSERT_EQ(chdir(work.c_str()), 0);
+    ORV::CString load, store;
+    const bool loaded =
+        FileManager::getLoadPath(FileManager::STRUCTURE_FILE, L"biped", load, FileManager::SHARED_SCOPE);
+    const bool stored =
+        FileManager::getStorePath(FileManager::STRUCTURE_FILE, store, FileManager::SHARED_SCOPE);
+    ORV::CStringArray files;
+    FileManager::getFilesOfType(files, FileManager::STRUCTURE_FILE, FileManager::SHARED_SCOPE);
+    ASSERT_EQ(chdir(old), 0);
+    EXPECT_TRUE(loaded);
+    EXPECT_EQ(load.std(), L"Structures/biped.structure");
+    EXPECT_TRUE(stored);
+    EXPECT_EQ(store.std(), L"Structures/");
+    ASSERT_EQ(files.GetCount(), 1);  // the factory's copy only
+    EXPECT_EQ(files[0].std(), L"biped.structure");
 }

@@ -183,3 +183,78 @@ TEST(FileStream, StdFileLengthRestoresThePosition) {
     std::fclose(f);
     EXPECT_EQ(StdFileLength(nullptr), -1);
 }
+
+// VAX F-floats written out by hand from their definition (sign, 8-bit exponent excess 128,
+// fraction 0.1fff... with a hidden bit; stored as two little-endian 16-bit words, the word with
+// sign and exponent first), not from the conversion under test.
+TEST(FileStream, DecFloatsWrittenByHandReadAsTheirValues) {
+    // 1.0 = 0.5 * 2^1: exponent 129, fraction 0 -> word 0x4080.
+    // -2.5 = -0.625 * 2^2: sign, exponent 130, fraction bits 01 -> word 0xC120.
+    // 0.5 = 0.5 * 2^0: exponent 128 -> word 0x4000.
+    // pi = 0.7853981... * 2^2: exponent 130, fraction bits 1001001 0000111111011011
+    //      -> words 0x4149, 0x0FDB.
+    const std::string bytes(
+        "\x80\x40\x00\x00"
+        "\x20\xC1\x00\x00"
+        "\x00\x40\x00\x00"
+        "\x49\x41\xDB\x0F"
+        "\x00\x00\x00\x00",
+        20);
+    TempDir dir;
+    writeFile(dir.file("vax.bin"), bytes);
+    FileStream in(dir.wfile("vax.bin"));
+    in.setFloatFormat(FileStream::DEC);
+    float one = 0.0f, minus = 0.0f, half = 0.0f, pi = 0.0f, zero = 1.0f;
+    in >> one >> minus >> half >> pi >> zero;
+    EXPECT_EQ(one, 1.0f);
+    EXPECT_EQ(minus, -2.5f);
+    EXPECT_EQ(half, 0.5f);
+    EXPECT_EQ(pi, 3.14159274f);  // pi rounded to a single, exactly
+    EXPECT_EQ(zero, 0.0f);
+
+    // Under Intel the first four bytes are the little-endian IEEE bits 0x00004080 as they are.
+    ASSERT_TRUE(in.seek(0));
+    in.setFloatFormat(FileStream::INTEL);
+    float plain = 1.0f;
+    in >> plain;
+    EXPECT_EQ(bitsOf(plain), 0x00004080u);
+}
+
+TEST(FileStream, AnyProcessorByteIsAFormatAndOnlyDecConverts) {
+    TempDir dir;
+    writeFile(dir.file("a.bin"), std::string("\x80\x40\x00\x00", 4));
+    FileStream in(dir.wfile("a.bin"));
+    in.setFloatFormat(static_cast<FileStream::FloatFormat>(200));
+    EXPECT_EQ(in.floatFormat, 200);
+    float value = 0.0f;
+    in >> value;
+    EXPECT_EQ(bitsOf(value), 0x00004080u);
+}
+
+TEST(FileStream, ReadBytesOnAMissingFileLogsNothingReceived) {
+    TempDir dir;
+    FileStream in(dir.wfile("none.bin"));
+    orvhost::ClearLog();
+    char bytes[4] = {'k', 'e', 'e', 'p'};
+    in.readBytes(bytes, 4);
+    EXPECT_EQ(std::string(bytes, 4), "keep");
+    const std::vector<std::wstring> warnings = orvhost::LogTexts(4);
+    ASSERT_EQ(warnings.size(), 1u);
+    EXPECT_EQ(warnings[0], L"readBytes() failed: expected 4bytes, got 0");
+}
+
+TEST(FileStream, StdFileLengthOfAnEmptyFileIsZeroAndKeepsTheEndPosition) {
+    TempDir dir;
+    writeFile(dir.file("empty.bin"), "");
+    writeFile(dir.file("a.bin"), "0123456789");
+    FILE* empty = std::fopen(dir.file("empty.bin").c_str(), "rb");
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(StdFileLength(empty), 0);
+    std::fclose(empty);
+    FILE* f = std::fopen(dir.file("a.bin").c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    std::fseek(f, 0, SEEK_END);
+    EXPECT_EQ(StdFileLength(f), 10);
+    EXPECT_EQ(std::ftell(f), 10);
+    std::fclose(f);
+}

@@ -397,3 +397,44 @@ TEST(InputStream, TransformReadsRotationThenTranslationAndKeepsScaling) {
     EXPECT_NEAR(x.GetX(), 0.0, 1e-12);
     EXPECT_NEAR(x.GetY(), 1.0, 1e-12);
 }
+
+TEST(InputStream, HashRightBehindANumberEndsItsTokenAndOpensAComment) {
+    TextFile f("3#comment 99\n4.25# more\n");
+    ZUK::InputStream in(f.path);
+    int a = 0;
+    double b = 0.0;
+    in >> a >> b;
+    EXPECT_EQ(a, 3);
+    EXPECT_EQ(b, 4.25);
+    in.skipWhitespace();
+    EXPECT_TRUE(in.atEnd());
+}
+
+TEST(InputStream, ResetAfterARotationGoesBackToItsThirdNumberOnly) {
+    TextFile f("0.1 0.2 # between\n 0.3 x");
+    ZUK::InputStream in(f.path);
+    ORV::MATH::CRotation r;
+    in >> r;
+    in.resetToPrev();
+    EXPECT_EQ(offset(in, in.current), 19);  // the first character of "0.3"
+}
+
+TEST(InputStream, ResetAfterALineGoesBackBeforeTheWhiteSpace) {
+    TextFile f("a\n  line two\n");
+    ZUK::InputStream in(f.path);
+    ORV::CString token;
+    in >> token;
+    ORV::CString line;
+    in.readLine(line);
+    EXPECT_EQ(line.std(), L"line two");
+    in.resetToPrev();
+    EXPECT_EQ(offset(in, in.current), 1);  // on the line feed behind "a"
+}
+
+TEST(InputStream, FindDelimitersSkipsALeadingComment) {
+    TextFile f("# a { in a comment\n  x { y");
+    ZUK::InputStream in(f.path);
+    EXPECT_TRUE(in.findDelimiters(L"{"));
+    EXPECT_EQ(offset(in, in.current), 23);
+    EXPECT_EQ(offset(in, in.previous), 0);
+}

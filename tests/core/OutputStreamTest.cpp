@@ -187,3 +187,62 @@ TEST(OutputStream, IntegersReadBackExactly) {
         EXPECT_EQ(back, v);
     }
 }
+
+TEST(OutputStream, WritesOnANullHandleAreDropped) {
+    TempDir dir;
+    ZUK::OutputStream out(dir.wfile("missing_folder/out.txt"));
+    ASSERT_EQ(out.file, nullptr);
+    unsigned char bytes[2] = {1, 2};
+    out << 'x' << 3 << 0.5 << ORV::CString(L"text") << ORV::MATH::CVector3(1.0, 2.0, 3.0)
+        << ORV::MATH::CRotation() << ORV::MATH::CTransformation();
+    out.dump(bytes, 2);
+    EXPECT_EQ(out.file, nullptr);
+}
+
+TEST(OutputStream, RotationIsItsXYZAnglesInRadians) {
+    TempDir dir;
+    {
+        ZUK::OutputStream out(dir.wfile("out.txt"));
+        out << ORV::MATH::CRotation(0.1, -0.2, 0.3);
+    }
+    const std::string text = readFile(dir.file("out.txt"));
+    ASSERT_FALSE(text.empty());
+    EXPECT_EQ(text.back(), ' ');
+    char* rest = nullptr;
+    const double x = std::strtod(text.c_str(), &rest);
+    const double y = std::strtod(rest, &rest);
+    const double z = std::strtod(rest, &rest);
+    EXPECT_NEAR(x, 0.1, 1e-12);
+    EXPECT_NEAR(y, -0.2, 1e-12);
+    EXPECT_NEAR(z, 0.3, 1e-12);
+    EXPECT_EQ(std::string(rest), " ");  // three numbers, each with its blank
+}
+
+// A name read from a file in a single-byte encoding comes back out byte for byte: the
+// reader widens such bytes by sign extension and the writer takes them back as they were.
+TEST(OutputStream, BytesAbove127ReadByTheReaderAreWrittenBackAsTheyWere) {
+    TempDir dir;
+    streamtest::writeFile(dir.file("in.txt"), "caf\xE9 na\xEFve");
+    ZUK::InputStream in(dir.wfile("in.txt"));
+    ORV::CString first, second;
+    in >> first >> second;
+    {
+        ZUK::OutputStream out(dir.wfile("out.txt"));
+        out << first << ' ' << second;
+    }
+    EXPECT_EQ(readFile(dir.file("out.txt")), "caf\xE9 na\xEFve");
+}
+
+TEST(OutputStream, CharacterWithoutANarrowFormNeverBecomesAZeroByte) {
+    TempDir dir;
+    {
+        ZUK::OutputStream out(dir.wfile("out.txt"));
+        std::wstring text = L"a";
+        text += static_cast<wchar_t>(0x10FFFF + 1);  // no character at all
+        text += L"b";
+        out << ORV::CString(text);
+    }
+    const std::string written = readFile(dir.file("out.txt"));
+    ASSERT_EQ(written.size(), 3u);
+    EXPECT_EQ(written, "a?b");
+}

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <cstdint>
 #include <random>
 
 #include "HostTesting.h"
@@ -736,4 +737,133 @@ TEST_F(XMLFileStreamTest, StringConverterHoldsOneSideAndReleasesIt) {
     EXPECT_STREQ(narrowText, "abc");
     XMLStringConverter none(static_cast<const char*>(nullptr));
     EXPECT_EQ(static_cast<const XMLCh*>(none), nullptr);
+}
+
+// ---- Writing and the failures around it
+
+TEST_F(XMLFileStreamTest, WrittenDocumentIsPrettyPrintedUTF8WithoutAByteOrderMark) {
+    {
+        XMLFileStream out(dir.wfile("doc.xml"), false, true);
+        xercesc::DOMElement* header = out.WriteElement(out.document->getDocumentElement(), L"HEADER");
+        out.WriteElement(header, L"VERSION", L"1.0");
+    }
+    const std::string content = readFile(dir.file("doc.xml"));
+    EXPECT_EQ(content.rfind("<?xml version=\"1.0\" encoding=\"UTF-8\"", 0), 0u);
+    EXPECT_NE(content.find("\n<ROOT>\n"), std::string::npos) << content;
+    EXPECT_NE(content.find("\n  <HEADER>\n"), std::string::npos) << content;
+    EXPECT_NE(content.find("\n    <VERSION>1.0</VERSION>\n"), std::string::npos) << content;
+}
+
+// The byte-order mark is asked for where the writer of old gave one: a document in UTF-16
+// goes back out in UTF-16 with its mark, in the byte order of this machine.
+TEST_F(XMLFileStreamTest, UTF16DocumentIsWrittenBackWithAByteOrderMark) {
+    const std::string text = "<?xml version=\"1.0\" encoding=\"UTF-16\"?><ROOT><A>1</A></ROOT>";
+    std::string utf16 = "\xFF\xFE";  // little-endian mark, then the text
+    for (char c : text) {
+        utf16 += c;
+        utf16 += '\0';
+    }
+    writeFile(dir.file("wide.xml"), utf16);
+    {
+        XMLFileStream doc(dir.wfile("wide.xml"), true, true);
+        ASSERT_NE(doc.document, nullptr);
+        doc.WriteElement(doc.document->getDocumentElement(), L"B", L"2");
+    }
+    const std::string content = readFile(dir.file("wide.xml"));
+    ASSERT_GE(content.size(), 4u);
+    const std::uint16_t probe = 1;
+    const bool little = *reinterpret_cast<const unsigned char*>(&probe) == 1;
+    EXPECT_EQ(content.substr(0, 2), little ? std::string("\xFF\xFE") : std::string("\xFE\xFF"));
+    EXPECT_FALSE(XMLFileStream::IsXMLFile(dir.wfile("wide.xml")));
+    XMLFileStream check(dir.wfile("wide.xml"), true, false);
+    ASSERT_NE(check.document, nullptr);
+    ORV::CString value;
+    EXPECT_TRUE(check.readElementValue(check.document->getDocumentElement(), L"B", value));
+    EXPECT_EQ(value.std(), L"2");
+}
+
+TEST_F(XMLFileStreamTest, WriteFailureOnCloseIsShownWithTheWritingMessage) {
+    const std::string path = dir.file("no_such_folder/doc.xml");
+    {
+        XMLFileStream doc(ORV::CString(path.c_str()), true, true);
+        ASSERT_NE(doc.document, nullptr);  // not readable, so a new document
+        EXPECT_TRUE(doc.errors.GetCount() == 0);
+    }
+    const std::wstring expected = summary(path, {L"DOM Exception Writing " + w(path) + L"\n reports: \n"});
+    const std::vector<std::wstring> warnings = orvhost::LogTexts(4);
+    ASSERT_EQ(warnings.size(), 1u);
+    EXPECT_EQ(warnings[0], expected);
+    ASSERT_EQ(newQuestions().size(), 1u);
+    EXPECT_EQ(newQuestions()[0], L"MsgBox: " + expected);
+}
+
+TEST_F(XMLFileStreamTest, FolderInPlaceOfADocumentGivesTheParsingLine) {
+    // A folder passes the readability test, and the parser refuses it like any broken file.
+    const std::string path = dir.file("folder.xml");
+    ASSERT_TRUE(streamtest::makeDirs(path));
+    std::vector<std::wstring> errors;
+    {
+        XMLFileStream in(ORV::CString(path.c_str()), true, true);
+        EXPECT_EQ(in.document, nullptr);
+        EXPECT_FALSE(in.ok);
+        for (long i = 0; i < in.errors.GetCount(); ++i) errors.push_back(in.errors[i].std());
+    }
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors[0], L"Parsing " + w(path) + L" error count: 1");
+    ASSERT_EQ(newQuestions().size(), 1u);
+    EXPECT_EQ(newQuestions()[0], L"MsgBox: " + summary(path, errors));
+}
+
+TEST_F(XMLFileStreamTest, AttributeReadWithoutAnyDocumentFailsCleanly) {
+    XMLFileStream none(dir.wfile("missing.xml"), true, false);
+    ASSERT_EQ(none.document, nullptr);
+    ORV::CString text(L"kept");
+    ORV::MATH::CVector3 v(1.0, 2.0, 3.0);
+    EXPECT_FALSE(none.GetAttributeValue(nullptr, L"name", text));
+    EXPECT_FALSE(none.GetAttributeValue(nullptr, L"pos", v));
+    EXPECT_EQ(text.std(), L"kept");
+    EXPECT_EQ(v.GetX(), 1.0);
+    ASSERT_EQ(none.errors.GetCount(), 2);
+    EXPECT_EQ(none.errors[0].std(), L"Atribute : <name> not found under : ");
+    none.errors.Clear();
+}
+
+// One element per parameter, its value as text and the four attributes (which the library
+// lists by name, whatever the order of setting).
+TEST_F(XMLFileStreamTest, ParameterElementCarriesItsValueAndFourAttributes) {
+    ORV::CustomProperty preset = makePreset();
+    {
+        XMLFileStream out(dir.wfile("preset.adj"), false, true);
+        out.WriteParameter(preset.GetParameter(L"Count"), out.document->getDocumentElement());
+    }
+    const std::string content = readFile(dir.file("preset.adj"));
+    const std::string expected = "<Count Capabilities=\"" + std::to_string(ORV::ovPersistable) +
+                                 "\" DataType=\"" + std::to_string(static_cast<int>(ORV::ovInt4)) +
+                                 "\" Description=\"\" Name=\"Count\">4</Count>";
+    EXPECT_NE(content.find(expected), std::string::npos) << content;
+}
+
+// A settings file that does not parse: every read gives its default, the file is left as it
+// was, and the user hears of it once, when the stream closes.
+TEST_F(XMLFileStreamTest, UnreadableSettingsGiveDefaultsAndAreNotOverwritten) {
+    const std::wstring saved = ORV::Application().GetInstallationPath(1).std();
+    orvhost::SetInstallationPath(1, w(dir.path));
+    const std::string path = dir.file("TROVO.ini");
+    const std::string garbage("\x01\x02<ROOT><FILEPATHS>\xFF\xFE</ROOT", 27);
+    writeFile(path, garbage);
+    {
+        XMLFileStream settings;
+        EXPECT_EQ(settings.document, nullptr);
+        EXPECT_EQ(settings.getINIValue(L"FILEPATHS", L"BVH_FILES", L"/home").std(), L"/home");
+        EXPECT_EQ(settings.getINIValue(L"MOCAP", L"Fit", 3), 3);
+        EXPECT_FALSE(settings.setINIValue(L"MOCAP", L"Fit", L"4"));
+        EXPECT_TRUE(newQuestions().empty());
+    }
+    orvhost::SetInstallationPath(1, saved);
+    EXPECT_EQ(readFile(path), garbage);
+    const std::vector<std::wstring> asked = newQuestions();
+    ASSERT_EQ(asked.size(), 1u);
+    const std::wstring head =
+        L"MsgBox: Errors occured while loading the following file : \n" + w(path) + L"\nError : ";
+    EXPECT_EQ(asked[0].rfind(head, 0), 0u);
 }
