@@ -189,6 +189,7 @@ void DrvQuaternion::FromTwoVectors(const DrvVector& a, const DrvVector& b) noexc
         // Opposite vectors: a half turn about a fall-back axis picked on a's zero components.
         // For any a with fewer than two zero components the axis stays zero, which leaves the
         // nearly null quaternion (0, 0, 0, cos(pi / 2)); callers get no rotation at all.
+        // An a along Y alone (x and z zero) turns about X, not Y: the Y rule needs y zero.
         const bool zx = std::fabs(a.x) < kSmall;
         const bool zy = std::fabs(a.y) < kSmall;
         const bool zz = std::fabs(a.z) < kSmall;

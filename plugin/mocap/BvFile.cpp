@@ -142,7 +142,8 @@ bool BvFile::ReadMotionData(MocapData* data, bool firstFrameOnly, UpDirection up
     long long valuesPerFrame = 0;
     for (int i = 0; i < nodeCount; ++i) valuesPerFrame += hierarchy->nodes[i].channelCount;
     struct stat info;
-    if (fstat(fileno(stream), &info) == 0) {
+    // Only a plain file has a size to measure; a pipe reads on and fails at its first gap.
+    if (fstat(fileno(stream), &info) == 0 && S_ISREG(info.st_mode)) {
         const long position = std::ftell(stream);
         const long long remaining = static_cast<long long>(info.st_size) - (position < 0 ? 0 : position);
         if (valuesPerFrame * frameCount > remaining) return false;

@@ -55,6 +55,7 @@ ORV::Model BvImport::createBvhModel(const ORV::CString& path, UpDirection up) {
         ORV::X3DObject cube;
         root.AddPrimitive(L"Cube", L"Cube", cube);
         cube.PutParameterValue(L"length", cubeSize);
+        // The display preset is "Display Property"; the property it makes is named "Display".
         ORV::Property display = cube.AddProperty(L"Display Property", false, L"Display");
         display.PutParameterValue(L"wirecol", 384);
         cube.PutName(hierarchy.nodes[i].name);

@@ -504,3 +504,127 @@ TEST(DrvTransform, MultiplyIsTheHostMulWithTheOperandsSwapped) {
     hba.Mul(hb, ha);
     EXPECT_TRUE(ab.GetCTransformation().Equals(hba, 1e-12));
 }
+
+// --- The constants as the math has always held them --------------------------------------------
+//
+// 0.00001 and 0.99999 are single-precision values held as doubles (9.999999747378752e-06 and
+// 0.9999899864196777). Each test below puts a value between the single and the double reading,
+// so it fails if the constant is written to full precision.
+
+TEST(DrvQuaternion, FromTwoVectorsSmallLengthIsTheSinglePrecisionConstant) {
+    // 9.9999999e-6 is above 9.999999747e-6 and below 1e-5: long enough to count.
+    DrvQuaternion q;
+    q.FromTwoVectors(DrvVector(9.9999999e-6, 0, 0), DrvVector(0, 1, 0));
+    ExpectQuat(Rz(kPi / 2), q, 1e-12);
+    // Just below the constant it is too short.
+    q.FromTwoVectors(DrvVector(9.9999997e-6, 0, 0), DrvVector(0, 1, 0));
+    ExpectQuat(Q{0, 0, 0, 1}, q, 0.0);
+}
+
+TEST(DrvQuaternion, FromTwoVectorsParallelLimitIsTheSinglePrecisionConstant) {
+    // A dot product of 0.999989993 lies between 0.99998998642 and 0.99999: identity.
+    const double above = 0.999989993;
+    DrvQuaternion q;
+    q.FromTwoVectors(DrvVector(1, 0, 0), DrvVector(above, std::sqrt(1 - above * above), 0));
+    ExpectQuat(Q{0, 0, 0, 1}, q, 0.0);
+    // 0.99998998 lies below it: the shortest turn about the cross product (Z).
+    const double below = 0.99998998;
+    q.FromTwoVectors(DrvVector(1, 0, 0), DrvVector(below, std::sqrt(1 - below * below), 0));
+    ExpectQuat(Rz(std::acos(below)), q, 1e-9);
+}
+
+TEST(DrvQuaternion, FromTwoVectorsOppositeLimitIsTheSinglePrecisionConstant) {
+    // A dot product of -0.999989993 counts as opposite: the half turn 3.1415927 about Y.
+    const double beyond = -0.999989993;
+    DrvQuaternion q;
+    q.FromTwoVectors(DrvVector(1, 0, 0), DrvVector(beyond, std::sqrt(1 - beyond * beyond), 0));
+    ExpectQuat(Q{0, std::sin(3.1415927 / 2), 0, std::cos(3.1415927 / 2)}, q, 1e-15);
+    // -0.99998998 does not: the cross product axis (Z) and acos of the dot product.
+    const double within = -0.99998998;
+    q.FromTwoVectors(DrvVector(1, 0, 0), DrvVector(within, std::sqrt(1 - within * within), 0));
+    ExpectQuat(Rz(std::acos(within)), q, 1e-9);
+}
+
+TEST(DrvQuaternion, FromTwoVectorsZeroComponentsUseTheSinglePrecisionConstant) {
+    // Components of 9.9999999e-6 are not zero: no fall-back axis, the nearly null quaternion.
+    const DrvVector a(1, 9.9999999e-6, 9.9999999e-6);
+    DrvQuaternion q;
+    q.FromTwoVectors(a, DrvVector(-a.x, -a.y, -a.z));
+    ExpectQuat(Q{0, 0, 0, std::cos(3.1415927 / 2)}, q, 0.0);
+    // Components of 9.99e-6 are zero: a lies along X and turns about Y.
+    const DrvVector b(1, 9.99e-6, 9.99e-6);
+    q.FromTwoVectors(b, DrvVector(-b.x, -b.y, -b.z));
+    ExpectQuat(Q{0, std::sin(3.1415927 / 2), 0, std::cos(3.1415927 / 2)}, q, 1e-15);
+}
+
+TEST(DrvQuaternion, FromTwoVectorsOfOppositeVectorsWithOneZeroComponentGivesTheNearlyNullQuaternion) {
+    DrvQuaternion q;
+    q.FromTwoVectors(DrvVector(1, 1, 0), DrvVector(-1, -1, 0));
+    ExpectQuat(Q{0, 0, 0, std::cos(3.1415927 / 2)}, q, 0.0);
+    q.FromTwoVectors(DrvVector(0, 2, 3), DrvVector(0, -2, -3));
+    ExpectQuat(Q{0, 0, 0, std::cos(3.1415927 / 2)}, q, 0.0);
+}
+
+TEST(DrvVector, GetAngleBelowMinusOneGivesThePiConstant) {
+    using ORV::MATH::CVector3;
+    // Opposite vectors whose cosine rounds below -1 in this computation; searched for here so
+    // that the test does not hang on one machine's rounding.
+    bool found = false;
+    for (int i = 1; i < 60 && !found; ++i) {
+        const CVector3 a(0.1, 0.07 * i, 0.3);
+        const double m = std::sqrt(a.x * a.x + a.y * a.y + a.z * a.z);
+        const double c = -(a.x * a.x + a.y * a.y + a.z * a.z) / (m * m);
+        if (c >= -1.0) continue;
+        found = true;
+        EXPECT_EQ(3.14159265358979, DrvVector::GetAngle(a, CVector3(-a.x, -a.y, -a.z)));
+    }
+    EXPECT_TRUE(found);
+}
+
+TEST(DrvQuaternion, GetEulerAnglesWrapsByTheFullTurnAsWritten) {
+    // Negative angles take 6.28318531, 2.8e-9 more than 2 pi.
+    DrvQuaternion q;
+    q.SetEulerAngles(-0.3, -0.2, -0.5);
+    DrvVector a;
+    q.GetEulerAngles(a);
+    EXPECT_NEAR(-0.3 + 6.28318531, a.x, 1e-13);
+    EXPECT_NEAR(-0.2 + 6.28318531, a.y, 1e-13);
+    EXPECT_NEAR(-0.5 + 6.28318531, a.z, 1e-13);
+}
+
+TEST(DrvQuaternion, GetEulerAnglesGimbalRuleStartsBelowACosineOfAThousandth) {
+    DrvQuaternion q;
+    DrvVector a;
+    // cos y = 0.0012: the ordinary formulas, z survives.
+    q.SetEulerAngles(0.4, std::acos(0.0012), 0.3);
+    q.GetEulerAngles(a);
+    EXPECT_NEAR(0.3, a.z, 1e-9);
+    EXPECT_NEAR(0.4, a.x, 1e-9);
+    // cos y = 0.0008: gimbal lock, z is 0 and x is atan2(m10, m11).
+    q.SetEulerAngles(0.4, std::acos(0.0008), 0.3);
+    q.GetEulerAngles(a);
+    _DrvMatrix m;
+    DrvMatrix_FromQuaternion(m, q);
+    EXPECT_EQ(0.0, a.z);
+    EXPECT_NEAR(std::atan2(m.m[1][0], m.m[1][1]), a.x, 1e-12);
+}
+
+TEST(DrvQuaternion, InterpolateBlendsLinearlyOnlyBelowAFiveHundredthOfDistance) {
+    // a = identity, b = a turn about X with 1 - d of 0.048, then of 0.052.
+    const Q a = Rx(0.0);
+    DrvQuaternion q;
+    const Q near = Rx(2 * std::acos(1 - 0.048));
+    q.Interpolate(D(a), D(near), 0.5, 0);
+    ExpectQuat(Q{0.5 * near.x, 0, 0, 0.5 * a.w + 0.5 * near.w}, q, 1e-15);
+    EXPECT_LT(std::sqrt(q.x * q.x + q.w * q.w), 0.99);
+
+    const double angle = 2 * std::acos(1 - 0.052);
+    q.Interpolate(D(a), D(Rx(angle)), 0.5, 0);
+    ExpectQuat(Rx(angle / 2), q, 1e-12);
+}
+
+TEST(DrvQuaternion, SetOrderOfAShortStringTakesZForTheMissingLetters) {
+    DrvQuaternion q;
+    q.SetOrder("x", 0.3, 0.5, 0.7);
+    ExpectQuat(Hamilton(Rx(0.3), Hamilton(Rz(0.7), Rz(0.7))), q, 1e-15);
+}

@@ -189,3 +189,55 @@ TEST(BuildRotationBetweenTwoAxisPairs, SecondAngleOfThreePointZeroFiveTurnsAbout
     const CRotation viaCross(Hamilton(AxisAngle(CVector3(0, 0, -1), angle), first));
     EXPECT_FALSE(r.Equals(viaCross, 1e-3));
 }
+
+// --- The constants as written -------------------------------------------------------------------
+
+TEST(EnforceContinuity, SubtractsTheTurnAsWritten) {
+    // 6.2831853071796 is 1.4e-14 above 2 pi: the result is that subtraction to the last bit.
+    EXPECT_EQ(7.0 - 6.2831853071796, Util::enforceContinuity(7.0, 0.0));
+    EXPECT_EQ(-7.0 + 6.2831853071796, Util::enforceContinuity(-7.0, 0.0));
+    // Just above the half turn 3.14159265359 it moves.
+    EXPECT_EQ(3.1415926536 - 6.2831853071796, Util::enforceContinuity(3.1415926536, 0.0));
+}
+
+TEST(GetEulerAngles, NegativeAnglesCarryTheDifferenceOfTheTwoFullTurns) {
+    // Wrapped up by 6.28318531 and back by 6.283185307179586: 2.8e-9 too large.
+    CTransformation t;
+    t.SetRotationFromXYZAnglesValues(-0.3, -0.2, -0.5);
+    CVector3 a;
+    Util::getEulerAngles(t, a);
+    const double drift = 6.28318531 - 6.283185307179586;
+    EXPECT_NEAR(-0.3 + drift, a.x, 1e-13);
+    EXPECT_NEAR(-0.2 + drift, a.y, 1e-13);
+    EXPECT_NEAR(-0.5 + drift, a.z, 1e-13);
+    // Positive angles are not touched.
+    t.SetRotationFromXYZAnglesValues(0.3, 0.2, 0.5);
+    Util::getEulerAngles(t, a);
+    EXPECT_NEAR(0.3, a.x, 1e-13);
+    EXPECT_NEAR(0.2, a.y, 1e-13);
+    EXPECT_NEAR(0.5, a.z, 1e-13);
+}
+
+namespace {
+
+// The rotation of the two tests above for a second angle `angle`, and whether it turned a2
+// about b1 (true) or about the cross product (false).
+bool SecondTurnIsAboutB1(double angle) {
+    const CVector3 a1(1, 0, 0), b1(0, 1, 0), b2(1, 0.5, 0);
+    const CVector3 a2(std::sin(angle), -std::cos(angle), 0);
+    const CRotation r = Util::BuildRotationBetweenTwoAxisPairs(a1, a2, b1, b2);
+    const CQuaternion first = AxisAngle(CVector3(0, 0, 1), kPi / 2);
+    const CRotation aboutB1(Hamilton(AxisAngle(b1, angle), first));
+    const CRotation aboutCross(Hamilton(AxisAngle(CVector3(0, 0, -1), angle), first));
+    const bool b1Match = r.Equals(aboutB1, 1e-9);
+    const bool crossMatch = r.Equals(aboutCross, 1e-9);
+    EXPECT_NE(b1Match, crossMatch) << angle;
+    return b1Match;
+}
+
+}  // namespace
+
+TEST(BuildRotationBetweenTwoAxisPairs, EverySecondAngleFromThreeRadiansUpTakesB1) {
+    for (double angle : {3.001, 3.05, 3.1, 3.14}) EXPECT_TRUE(SecondTurnIsAboutB1(angle)) << angle;
+    for (double angle : {1.0, 2.5, 2.99}) EXPECT_FALSE(SecondTurnIsAboutB1(angle)) << angle;
+}

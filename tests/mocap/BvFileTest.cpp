@@ -4,8 +4,14 @@
 // Expected rotations are built in the test from axis quaternions, with the angles converted as
 // the format is read: the value as a float times 0.017453292 in single precision.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -477,4 +483,38 @@ TEST(BvFile, MoreChannelsThanTheTableHoldsFailsCleanly) {
 
 TEST(BvFile, OverlongWordFailsCleanly) {
     EXPECT_FALSE(Read(Replace(kTwoChildren, "ROOT Hips", "ROOT " + std::string(3000, 'H'))).hierarchyOk);
+}
+
+TEST(BvFile, ReadsFromAPipeWhereNoSizeIsKnown) {
+    // A named pipe has no size to check the frame count against; the frames still read.
+    char folder[] = "/tmp/trovo_fifo_XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(folder));
+    const std::string path = std::string(folder) + "/motion.bvh";
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+    const pid_t writer = fork();
+    ASSERT_NE(-1, writer);
+    if (writer == 0) {
+        FILE* out = std::fopen(path.c_str(), "w");
+        if (out) {
+            std::fputs(kTwoChildren, out);
+            std::fclose(out);
+        }
+        _exit(0);
+    }
+    bool read = false;
+    int frames = 0;
+    {
+        BvFile bvh;
+        MocapData data;
+        const bool opened = bvh.Open(ORV::CString(path.c_str()).GetWideString());
+        if (!opened) kill(writer, SIGKILL);  // it would wait for a reader for ever
+        read = opened && bvh.ReadHierarchy(&data) && bvh.ReadMotionData(&data, false, ZUK::YUp);
+        if (read) frames = data.nodes[0].frameCount;
+    }
+    int status = 0;
+    waitpid(writer, &status, 0);
+    std::remove(path.c_str());
+    rmdir(folder);
+    EXPECT_TRUE(read);
+    EXPECT_EQ(2, frames);
 }
