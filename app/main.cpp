@@ -16,13 +16,6 @@
 #define TROVO_DEFAULT_FACTORY_DIR "data"
 #endif
 
-// Scene files belong to the animation side of the host. Weak references let the front end run
-// commands in a build that does not have them yet; it then says so when asked to open or save.
-namespace orvhost {
-bool OpenScene(const std::string& path, std::wstring& error) __attribute__((weak));
-bool SaveScene(const std::string& path, std::wstring& error) __attribute__((weak));
-}  // namespace orvhost
-
 namespace {
 
 constexpr int kOk = 0;
@@ -181,12 +174,7 @@ int main(int argc, char** argv) {
     if (!orvhost::FindCommand(trovo::Widen(opt.command), info))
         return BadUsage("unknown command \"" + opt.command + "\"; \"trovo commands\" lists them");
 
-    ORV::Application app;
     if (!opt.scene.empty()) {
-        if (!orvhost::OpenScene) {
-            app.LogMessage(L"OpenScene is not built yet", ORV::ovWarning);
-            return kFailed;
-        }
         std::wstring sceneError;
         if (!orvhost::OpenScene(opt.scene, sceneError))
             return Failed("cannot open the scene \"" + opt.scene + "\": " + trovo::Narrow(sceneError));
@@ -207,10 +195,6 @@ int main(int argc, char** argv) {
                   << (orvhost::PendingAnswers() == 1 ? " was" : "s were") << " not asked for.\n";
 
     if (!opt.save.empty()) {
-        if (!orvhost::SaveScene) {
-            app.LogMessage(L"SaveScene is not built yet", ORV::ovWarning);
-            return kFailed;
-        }
         std::wstring saveError;
         if (!orvhost::SaveScene(opt.save, saveError))
             return Failed("cannot save the scene to \"" + opt.save + "\": " + trovo::Narrow(saveError));

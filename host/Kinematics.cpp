@@ -403,6 +403,33 @@ void WriteLocalParams(Object3D* obj, const CTransformation& t, double time) {
 
 }  // namespace
 
+bool AcceptsValue(const ParamItem* p, const CValue& v) {
+    if (!p || v.IsEmpty()) return false;
+    switch (p->type) {
+        case ovString:
+        case ovLPStr:
+            return true;
+        case ovBool:
+        case ovInt2:
+        case ovInt4:
+        case ovUByte:
+        case ovUInt4:
+        case ovInt8:
+        case ovFloat:
+        case ovDouble: {
+            // Numbers, bools and text that reads as one; not a reference, a vector or an array.
+            CValue c = v;
+            return c.ChangeType(ovDouble) == CStatus::OK;
+        }
+        case ovVector3: {
+            CValue c = v;
+            return c.ChangeType(ovVector3) == CStatus::OK;
+        }
+        default:
+            return true;
+    }
+}
+
 // --- Entry points -------------------------------------------------------------------------------
 
 void MarkVolatile() {
@@ -482,7 +509,9 @@ CValue ParamValue(ParamItem* p, double time) {
 }
 
 bool PutParamValue(ParamItem* p, const CValue& v, double time) {
-    if (!p) return false;
+    if (!p || !AcceptsValue(p, v)) return false;
+    // A curve-driven parameter is keyed at the time, which must then be one.
+    if (!std::isfinite(ResolveTime(time))) return false;
     if (CaptureOutput(p, nullptr, &v)) return true;
     if (auto* state = dynamic_cast<KineStateItem*>(p->owner)) {
         const int i = TransformIndex(p->name);

@@ -306,8 +306,9 @@ void DeleteItem(Item* item) {
     }
     owner->Disown(item);
     auto& sel = s.selection;
-    sel.erase(std::remove_if(sel.begin(), sel.end(), [](std::uint64_t id) { return !TheStore().Resolve(id); }),
-              sel.end());
+    sel.erase(
+        std::remove_if(sel.begin(), sel.end(), [](std::uint64_t id) { return !TheStore().Resolve(id); }),
+        sel.end());
     TheHost().Touch();
 }
 

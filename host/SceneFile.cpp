@@ -196,6 +196,14 @@ bool ReadNum(const json& j, double& out) {
     return true;
 }
 
+// Whether a saved class id is one of `base` (itself or a class derived from it).
+bool ClassIs(long cls, int base) {
+    if (cls <= 0 || cls > 0xFFFF) return false;
+    for (int c = static_cast<int>(cls); c != 0; c = ParentClassId(c))
+        if (c == base) return true;
+    return false;
+}
+
 // --- Writing ------------------------------------------------------------------------------------
 
 class Writer {
@@ -664,6 +672,10 @@ void Reader::LoadSource(ParamItem* p, const json& j) {
                 Fail(L"a curve key is malformed");
                 return;
             }
+            if (!std::isfinite(key.time)) {
+                Fail(L"a curve key is malformed");
+                return;
+            }
             key.interpolation = k[2].get<int>();
             key.autoTangents = k[7].get<bool>();
             key.constraints = k[8].get<int>();
@@ -717,7 +729,8 @@ void Reader::LoadParam(ParamItem* p, const json& j) {
         if (!g) g = p->Own(std::make_unique<GridItem>());
         const long rows = Integer(*grid, "rows", 0), cols = Integer(*grid, "cols", 0);
         const json& data = Array(*grid, "data");
-        if (rows < 0 || cols < 0 || data.size() != static_cast<std::size_t>(rows * cols)) {
+        if (!GridItem::Fits(rows, cols) ||
+            data.size() != static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols)) {
             Fail(L"a grid is malformed");
             return;
         }
@@ -804,14 +817,17 @@ void Reader::LoadProperties(Item* owner, std::vector<PropertyItem*>* list, const
             Fail(L"a property is malformed");
             return;
         }
+        const long cls = Integer(j, "class", ovPropertyID);
+        if (!ClassIs(cls, ovPropertyID)) {
+            Fail(L"a property is malformed");
+            return;
+        }
         PropertyItem* p = nullptr;
         for (PropertyItem* q : existing)
             if (q->name == name && q->type == type &&
                 std::find(ordered.begin(), ordered.end(), q) == ordered.end())
                 p = q;
-        if (!p)
-            p = owner->Own(std::make_unique<PropertyItem>(
-                type, name, static_cast<int>(Integer(j, "class", ovPropertyID))));
+        if (!p) p = owner->Own(std::make_unique<PropertyItem>(type, name, static_cast<int>(cls)));
         ordered.push_back(p);
         LoadProperty(p, j);
     }
@@ -827,7 +843,8 @@ bool Reader::LoadObjects() {
         const json& j = objects[i];
         std::wstring type, name;
         double cls;
-        if (!GetString(j, "type", type) || !GetString(j, "name", name) || !GetNumber(j, "class", cls))
+        if (!GetString(j, "type", type) || !GetString(j, "name", name) || !GetNumber(j, "class", cls) ||
+            cls != std::floor(cls) || !ClassIs(static_cast<long>(cls), ov3DObjectID) || name.empty())
             return Fail(L"an object is malformed");
         const long parent = Integer(j, "parent", -2);
         if (i == 0) {
@@ -864,10 +881,13 @@ void Reader::LoadDetails(std::size_t index, const json& j) {
     }
     LoadProperties(o, &o->properties, Array(j, "properties"));
     if (const json* prim = Field(j, "primitive")) {
+        if (Integer(*prim, "class", ovPrimitiveID) != ovPrimitiveID) {
+            Fail(L"a primitive is malformed");
+            return;
+        }
         if (!o->primitive)
             o->primitive = o->Own(
-                std::make_unique<PropertyItem>(String(*prim, "type"), String(*prim, "name"),
-                                               static_cast<int>(Integer(*prim, "class", ovPrimitiveID))));
+                std::make_unique<PropertyItem>(String(*prim, "type"), String(*prim, "name"), ovPrimitiveID));
         LoadProperty(static_cast<PropertyItem*>(o->primitive), *prim);
     }
     if (const json* joint = Field(j, "joint")) {
