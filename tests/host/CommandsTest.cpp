@@ -122,13 +122,18 @@ TEST_F(Commands, ListHoldsBuiltinsThenPluginCommandsInOrder) {
     std::vector<orvhost::CommandInfo> all = orvhost::ListCommands();
     std::vector<std::wstring> builtins, plugin;
     for (const auto& c : all) (c.builtin ? builtins : plugin).push_back(c.name);
-    for (const wchar_t* name : {L"SelectObj", L"DeselectAll", L"FrameAll", L"DeleteObj", L"EnumElements",
-                                L"GetValue", L"SetValue", L"InspectObj", L"PickObject", L"ShowFileForEdit"})
+    // The host's script commands, every one of them.
+    const std::vector<std::wstring> host = {
+        L"SelectObj",    L"DeselectAll", L"FrameAll", L"DeleteObj",  L"RemoveAllAnimation",
+        L"EnumElements", L"GetValue",    L"SetValue", L"InspectObj", L"GetConstrainedObjects",
+        L"GetSkeleton",  L"PickObject",  L"SetExpr",  L"AddExpr",    L"ShowFileForEdit"};
+    for (const std::wstring& name : host)
         EXPECT_NE(std::find(builtins.begin(), builtins.end(), name), builtins.end())
             << hosttest::Narrow(name);
-    EXPECT_EQ(plugin,
-              (std::vector<std::wstring>{L"TestEcho", L"TestModelName", L"TestNoLog", L"Spaced Command",
-                                         L"TestSelectBranch", L"TestAsk", L"TestBrowse", L"TestProgress"}));
+    EXPECT_EQ(builtins.size(), host.size());
+    EXPECT_EQ(plugin, (std::vector<std::wstring>{L"TestEcho", L"TestModelName", L"TestNoLog",
+                                                 L"Spaced Command", L"TestSelectBranch", L"TestAsk",
+                                                 L"TestBrowse", L"TestProgress", L"TestPath"}));
 }
 
 TEST_F(Commands, FindCommandGivesDeclaredArguments) {

@@ -380,3 +380,55 @@ TEST_F(Scene, RenameKeepsNamesUnique) {
     a.PutName(L"a");
     EXPECT_EQ(a.GetName(), CString(L"a"));
 }
+
+TEST_F(Scene, FreedSuffixIsTakenAgain) {
+    Model m = addModel(root(), L"Rig");
+    addNull(m, L"LFHD");
+    Null one = addNull(m, L"LFHD");
+    addNull(m, L"LFHD");
+    ASSERT_EQ(one.GetName(), CString(L"LFHD1"));
+    orvhost::DeleteItem(orvhost::TheStore().Resolve(one.GetRef()));
+    // The smallest suffix that frees the name, not one past the largest.
+    EXPECT_EQ(addNull(m, L"LFHD").GetName(), CString(L"LFHD1"));
+    EXPECT_EQ(addNull(m, L"LFHD").GetName(), CString(L"LFHD3"));
+    // A model's name lives in the namespace of the model above it, not in its own.
+    Model inner = addModel(m, L"LFHD");
+    EXPECT_EQ(inner.GetName(), CString(L"LFHD4"));
+    EXPECT_EQ(addNull(inner, L"LFHD").GetName(), CString(L"LFHD"));
+}
+
+TEST_F(Scene, GetModelsListsModelsBelowDepthFirst) {
+    Model a = addModel(root(), L"A");
+    Model b = addModel(root(), L"B");
+    Null n = addNull(a, L"n");
+    Model inner = addModel(n, L"Inner");
+    Model deeper = addModel(inner, L"Deeper");
+    CRefArray all = root().GetModels(true);
+    ASSERT_EQ(all.GetCount(), 4);
+    EXPECT_EQ(all[0], a.GetRef());
+    EXPECT_EQ(all[1], inner.GetRef());
+    EXPECT_EQ(all[2], deeper.GetRef());
+    EXPECT_EQ(all[3], b.GetRef());
+    CRefArray top = root().GetModels(false);
+    ASSERT_EQ(top.GetCount(), 2);
+    EXPECT_EQ(top[1], b.GetRef());
+    // Not the object itself, and nothing for a plain object without models below it.
+    EXPECT_EQ(inner.GetModels(true).GetCount(), 1);
+    EXPECT_EQ(b.GetModels(true).GetCount(), 0);
+    EXPECT_EQ(Model().GetModels(true).GetCount(), 0);
+}
+
+TEST_F(Scene, VersionIsTheHostsVersion) {
+    EXPECT_EQ(Application().GetVersion(), CString(orvhost::TheHost().version));
+    EXPECT_FALSE(Application().GetVersion().IsEmpty());
+}
+
+TEST_F(Scene, TypesTellModelsCurveListsAndNulls) {
+    Model m = addModel(root(), L"Rig");
+    EXPECT_EQ(m.GetType(), CString(L"#model"));
+    EXPECT_EQ(addNull(m, L"n").GetType(), CString(L"null"));
+    EXPECT_TRUE(m.IsA(74));
+    EXPECT_TRUE(m.IsA(72));
+    EXPECT_FALSE(addNull(m, L"m").IsA(74));
+    EXPECT_TRUE(addNull(m, L"o").IsA(72));
+}
