@@ -102,6 +102,8 @@ int ListCommands(const std::string& pluginPath) {
     return kOk;
 }
 
+int Exec(const trovo::CliOptions& opt);
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -169,7 +171,18 @@ int main(int argc, char** argv) {
 
     if (opt.action == "commands") return ListCommands(pluginPath);
 
-    // exec
+    // The session ends as a host closes its scene: its operators and plug-in properties hear
+    // their _Term.
+    const int code = Exec(opt);
+    orvhost::ResetScene();
+    return code;
+}
+
+namespace {
+
+// Opens the scene, runs the command, prints its result and saves the scene.
+int Exec(const trovo::CliOptions& opt) {
+    std::string error;
     orvhost::CommandInfo info;
     if (!orvhost::FindCommand(trovo::Widen(opt.command), info))
         return BadUsage("unknown command \"" + opt.command + "\"; \"trovo commands\" lists them");
@@ -201,3 +214,5 @@ int main(int argc, char** argv) {
     }
     return status == ORV::CStatus::OK ? kOk : kFailed;
 }
+
+}  // namespace

@@ -235,7 +235,8 @@ struct Host {
 Host& TheHost();
 
 // Replaces the scene by an empty one (scene root, project with "Play Control", preferences)
-// and drops selection, views and layouts. Plug-ins stay loaded.
+// and drops selection, views and layouts. The old scene's operators and plug-in properties
+// hear their _Term first. Plug-ins stay loaded. The front end also ends its session with it.
 void ResetScene();
 
 // Root of the active scene.

@@ -147,13 +147,6 @@ std::wstring String(const json& j, const char* key) {
     return s;
 }
 
-bool GetNumber(const json& j, const char* key, double& out) {
-    const json* f = Field(j, key);
-    if (!f || !f->is_number()) return false;
-    out = f->get<double>();
-    return true;
-}
-
 long Integer(const json& j, const char* key, long fallback) {
     const json* f = Field(j, key);
     if (!f || !f->is_number_integer()) return fallback;
@@ -202,6 +195,30 @@ bool ClassIs(long cls, int base) {
     for (int c = static_cast<int>(cls); c != 0; c = ParentClassId(c))
         if (c == base) return true;
     return false;
+}
+
+// Whether a saved number is one of the host's value types.
+bool KnownValueType(long t) {
+    switch (t) {
+        case ovEmpty:
+        case ovInt2:
+        case ovInt4:
+        case ovFloat:
+        case ovDouble:
+        case ovString:
+        case ovBool:
+        case ovRef:
+        case ovUByte:
+        case ovUInt4:
+        case ovInt8:
+        case ovPtr:
+        case ovLPStr:
+        case ovVector3:
+        case ovArray:
+            return true;
+        default:
+            return false;
+    }
 }
 
 // --- Writing ------------------------------------------------------------------------------------
@@ -697,8 +714,8 @@ void Reader::LoadSource(ParamItem* p, const json& j) {
 }
 
 void Reader::LoadParam(ParamItem* p, const json& j) {
-    double caps;
-    if (GetNumber(j, "caps", caps)) p->caps = static_cast<int>(caps);
+    const long caps = Integer(j, "caps", p->caps);
+    if (caps >= 0 && caps <= 0x7FFFFFFF) p->caps = static_cast<int>(caps);
     CValue v;
     for (const char* key : {"min", "max", "smin", "smax"}) {
         v = CValue();
@@ -759,18 +776,16 @@ void Reader::LoadParams(Item* owner, std::vector<ParamItem*>& params, const json
     std::vector<ParamItem*> ordered;
     for (const json& j : list) {
         std::wstring name;
-        double type;
-        if (!GetString(j, "name", name) || !GetNumber(j, "type", type)) {
+        const long type = Integer(j, "type", -1);
+        if (!GetString(j, "name", name) || !KnownValueType(type)) {
             Fail(L"a parameter is malformed");
             return;
         }
         ParamItem* p = nullptr;
         for (ParamItem* q : params)
             if (q->name == name) p = q;
-        if (!p)
-            p = owner->Own(
-                std::make_unique<ParamItem>(name, static_cast<ovValueType>(static_cast<int>(type))));
-        p->type = static_cast<ovValueType>(static_cast<int>(type));
+        if (!p) p = owner->Own(std::make_unique<ParamItem>(name, static_cast<ovValueType>(type)));
+        p->type = static_cast<ovValueType>(type);
         ordered.push_back(p);
         LoadParam(p, j);
     }
@@ -842,9 +857,9 @@ bool Reader::LoadObjects() {
     for (std::size_t i = 0; i < objects.size(); ++i) {
         const json& j = objects[i];
         std::wstring type, name;
-        double cls;
-        if (!GetString(j, "type", type) || !GetString(j, "name", name) || !GetNumber(j, "class", cls) ||
-            cls != std::floor(cls) || !ClassIs(static_cast<long>(cls), ov3DObjectID) || name.empty())
+        const long cls = Integer(j, "class", -1);
+        if (!GetString(j, "type", type) || !GetString(j, "name", name) || !ClassIs(cls, ov3DObjectID) ||
+            name.empty())
             return Fail(L"an object is malformed");
         const long parent = Integer(j, "parent", -2);
         if (i == 0) {

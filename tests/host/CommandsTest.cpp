@@ -133,7 +133,7 @@ TEST_F(Commands, ListHoldsBuiltinsThenPluginCommandsInOrder) {
     EXPECT_EQ(builtins.size(), host.size());
     EXPECT_EQ(plugin, (std::vector<std::wstring>{L"TestEcho", L"TestModelName", L"TestNoLog",
                                                  L"Spaced Command", L"TestSelectBranch", L"TestAsk",
-                                                 L"TestBrowse", L"TestProgress", L"TestPath"}));
+                                                 L"TestBrowse", L"TestProgress", L"TestPath", L"TestTime"}));
 }
 
 TEST_F(Commands, FindCommandGivesDeclaredArguments) {
@@ -162,4 +162,13 @@ TEST_F(Commands, BuiltinWritesInOutArgumentsBack) {
     EXPECT_EQ(result, CValue(3));
     EXPECT_EQ(args[0], CValue(3));
     EXPECT_EQ(args[1], CValue(L"written"));
+}
+
+TEST_F(Commands, CommandContextGivesTheCurrentFrameAsAnOperatorContext) {
+    Property pc(app.GetActiveProject().GetProperties().GetItem(L"Play Control"));
+    ASSERT_EQ(pc.PutParameterValue(L"Current", CValue(12.5)), CStatus::OK);
+    CValue result;
+    ASSERT_EQ(run(L"TestTime", CValueArray(), result), CStatus::OK);
+    EXPECT_EQ(result.GetType(), ovDouble);
+    EXPECT_EQ(static_cast<double>(result), 12.5);
 }

@@ -36,6 +36,8 @@ protected:
         ASSERT_EQ(c.AddKey(CTime(10.0), CValue(10.0), ovLinearInterpolation), CStatus::OK);
         orvhost::ClearLog();
     }
+    // The operators of a test end with it (their _Term frees what their _Init made).
+    void TearDown() override { orvhost::ResetScene(); }
     CustomOperator Make(const wchar_t* type, const CRef& out, std::initializer_list<CRef> inputs) {
         CustomOperator op(app.GetFactory().CreateObject(type));
         EXPECT_TRUE(op.IsValid());

@@ -43,6 +43,8 @@ protected:
         ASSERT_EQ(c.AddKey(CTime(10.0), CValue(10.0), ovLinearInterpolation), CStatus::OK);
         orvhost::ClearLog();
     }
+    // The operators of a test end with it (their _Term frees what their _Init made).
+    void TearDown() override { orvhost::ResetScene(); }
     // An operator of a type with its output on `out` and its inputs in group 0.
     CustomOperator Make(const wchar_t* type, const CRef& out, std::initializer_list<CRef> inputs) {
         CustomOperator op(app.GetFactory().CreateObject(type));
@@ -375,6 +377,7 @@ TEST_F(Op, SceneWithOperatorsBlobAndGridReopensInANewProcessWithTheSameTransform
         std::ofstream out(std::getenv("ORV_CHILD_OUT"), std::ios::binary);
         for (double t : {0.0, 10.0, 10.5}) out << Dump(t) << "\n";
         EXPECT_EQ(orvhost::LogTexts(ovInfo).back(), L"BlobOp loaded its blob");
+        orvhost::ResetScene();  // the operators end before the process does
         return;
     }
     BuildOperatorScene();

@@ -158,8 +158,8 @@ TEST_F(SceneFileDamage, AnyOneDamagedValueIsRefusedOrOpensAndNeverHurtsTheOpenSc
     ASSERT_GT(all.size(), 500u);
     const json replacements[] = {json(nullptr), json("x"),      json(-1),          json(1e300),
                                  json::array(), json::object(), json(4294967297LL)};
-    // About 200 places spread evenly over the file, the root itself excepted.
-    const std::size_t stride = all.size() / 200 + 1;
+    // About 150 places spread evenly over the file, the root itself excepted.
+    const std::size_t stride = all.size() / 150 + 1;
     std::size_t tried = 0, refused = 0;
     for (std::size_t i = 1; i < all.size(); i += stride) {
         for (const json& r : replacements) {
@@ -169,7 +169,7 @@ TEST_F(SceneFileDamage, AnyOneDamagedValueIsRefusedOrOpensAndNeverHurtsTheOpenSc
             ++tried;
         }
     }
-    EXPECT_GT(tried, 1000u);
+    EXPECT_GT(tried, 700u);
     EXPECT_GT(refused, tried / 4);
 }
 

@@ -432,3 +432,37 @@ TEST_F(Scene, TypesTellModelsCurveListsAndNulls) {
     EXPECT_FALSE(addNull(m, L"m").IsA(74));
     EXPECT_TRUE(addNull(m, L"o").IsA(72));
 }
+
+TEST_F(Scene, CustomParametersOfEveryNumberTypeKeepTheirTypeAndLimits) {
+    CustomProperty cp;
+    ASSERT_EQ(root().AddCustomProperty(L"Types", false, cp), CStatus::OK);
+    struct Case {
+        const wchar_t* name;
+        ovValueType type;
+        CValue def, min, max, put, clamped;
+    };
+    const Case cases[] = {
+        {L"f", ovFloat, CValue(0.5f), CValue(0.0f), CValue(1.0f), CValue(7.0), CValue(1.0f)},
+        {L"d", ovDouble, CValue(0.5), CValue(-1.0), CValue(1.0), CValue(-3.0), CValue(-1.0)},
+        {L"i2", ovInt2, CValue(1), CValue(0), CValue(100), CValue(250), CValue(100)},
+        {L"i4", ovInt4, CValue(1), CValue(-5), CValue(5), CValue(-9), CValue(-5)},
+        {L"u1", ovUByte, CValue(1), CValue(0), CValue(255), CValue(300), CValue(255)},
+        {L"u4", ovUInt4, CValue(1), CValue(0), CValue(10), CValue(11), CValue(10)},
+        {L"i8", ovInt8, CValue(1), CValue(0), CValue(10), CValue(12), CValue(10)},
+        {L"b", ovBool, CValue(false), CValue(), CValue(), CValue(1), CValue(true)},
+    };
+    for (const Case& c : cases) {
+        Parameter p;
+        ASSERT_EQ(cp.AddParameter(c.name, c.type, ovAnimatable | ovPersistable, L"", L"", c.def, c.min, c.max,
+                                  c.min, c.max, p),
+                  CStatus::OK)
+            << CString(c.name).GetAsciiString();
+        EXPECT_EQ(p.GetValueType(), c.type);
+        EXPECT_EQ(p.GetDefault(), c.def) << CString(c.name).GetAsciiString();
+        EXPECT_EQ(p.GetMin(), c.min);
+        EXPECT_EQ(p.GetMax(), c.max);
+        EXPECT_EQ(p.GetCapabilities(), ovAnimatable | ovPersistable);
+        ASSERT_EQ(p.PutValue(c.put), CStatus::OK);
+        EXPECT_EQ(p.GetValue(), c.clamped) << CString(c.name).GetAsciiString();
+    }
+}

@@ -50,6 +50,7 @@ TEST_EXPORT CStatus ORVLoadPlugin(PluginRegistrar& reg) {
     reg.RegisterCommand(L"TestBrowse", L"TestBrowse");
     reg.RegisterCommand(L"TestProgress", L"TestProgress");
     reg.RegisterCommand(L"TestPath", L"TestPath");
+    reg.RegisterCommand(L"TestTime", L"TestTime");
     reg.RegisterProperty(L"TestProp");
     reg.RegisterProperty(L"Silent Prop");
     reg.RegisterMenu(ovMenuTbAnimateActionsStoreID, L"Test Menu", false, false);
@@ -185,6 +186,17 @@ TEST_EXPORT CStatus TestPath_Init(CRef& ref) { return Declare(ref, {L"kind"}); }
 TEST_EXPORT CStatus TestPath_Execute(CRef& ref) {
     CValueArray args = Arguments(ref);
     Return(ref, CValue(app.GetInstallationPath(static_cast<int>(args[0]))));
+    return CStatus::OK;
+}
+
+// --- TestTime: a command's context read as an operator context, as a command that needs the
+// time does; the time it gives, in frames.
+
+TEST_EXPORT CStatus TestTime_Init(CRef& ref) { return Declare(ref, {}); }
+
+TEST_EXPORT CStatus TestTime_Execute(CRef& ref) {
+    OperatorContext ctx(ref);
+    Return(ref, CValue(static_cast<double>(ctx.GetTime())));
     return CStatus::OK;
 }
 
