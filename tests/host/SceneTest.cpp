@@ -466,3 +466,28 @@ TEST_F(Scene, CustomParametersOfEveryNumberTypeKeepTheirTypeAndLimits) {
         EXPECT_EQ(p.GetValue(), c.clamped) << CString(c.name).GetAsciiString();
     }
 }
+
+TEST_F(Scene, MirroredParentGivesANegativeGlobalXScale) {
+    const double c30 = std::cos(PI / 6), s30 = std::sin(PI / 6);
+    for (const wchar_t* axis : {L"sclx", L"scly"}) {
+        orvhost::ResetScene();
+        Null parent = addNull(root(), L"Mirror");
+        parent.GetKinematics().GetLocal().PutParameterValue(axis, -1.0);
+        Null child = addNull(parent, L"Child");
+        KinematicState l = child.GetKinematics().GetLocal();
+        l.PutParameterValue(L"posx", 2.0);
+        l.PutParameterValue(L"posy", 1.0);
+        l.PutParameterValue(L"roty", 30.0);
+        const CTransformation g = child.GetKinematics().GetGlobal().GetTransform();
+        // Whatever axis the mirror flips, the decomposition puts the sign on X.
+        ExpectVec(g.GetScaling(), -1, 1, 1);
+        // (1,0,0) turned 30 degrees about Y is (cos 30, 0, -sin 30), moved to (2,1,0) plus that;
+        // then the parent flips one axis.
+        CVector3 p(1, 0, 0);
+        p.MulByTransformationInPlace(g);
+        const bool flipX = CString(axis) == CString(L"sclx");
+        ExpectVec(p, flipX ? -(2 + c30) : 2 + c30, flipX ? 1 : -1, -s30);
+        // The local pose reads back through the mirrored parent.
+        ExpectVec(l.GetTransform().GetTranslation(), 2, 1, 0);
+    }
+}
