@@ -431,3 +431,29 @@ TEST_F(Op, InputsOutOfRangeAreEmpty) {
     Make(L"ShiftOp", Global(target), {Global(source)});
     EXPECT_NEAR(Pos(target, 0.0).y, 3.0, 1e-12);
 }
+
+TEST_F(Op, SceneWithPlugInOperatorsSavesTheSameBytesAfterAnOpen) {
+    BuildOperatorScene();
+    // Evaluate first: what the operators compute and keep is no part of the file.
+    X3DObject(CRef::FromPath(L"Hero.RightArmGoal")).GetKinematics().GetGlobal().GetTransform(3.0);
+    const std::string base =
+        std::string(::testing::TempDir()) + "orvscene_opbytes_" + std::to_string(::getpid());
+    const std::string first = base + "_1.orvscene", second = base + "_2.orvscene";
+    std::wstring error;
+    ASSERT_TRUE(orvhost::SaveScene(first, error)) << Narrow(error);
+    ASSERT_TRUE(orvhost::OpenScene(first, error)) << Narrow(error);
+    X3DObject(CRef::FromPath(L"Hero.RightArmGoal")).GetKinematics().GetGlobal().GetTransform(3.0);
+    ASSERT_TRUE(orvhost::SaveScene(second, error)) << Narrow(error);
+    auto read = [](const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        std::stringstream s;
+        s << in.rdbuf();
+        return s.str();
+    };
+    const std::string a = read(first), b = read(second);
+    EXPECT_FALSE(a.empty());
+    EXPECT_EQ(a, b);
+    EXPECT_NE(a.find("\"BlobOp\""), std::string::npos);
+    std::remove(first.c_str());
+    std::remove(second.c_str());
+}
