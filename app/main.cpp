@@ -90,6 +90,20 @@ int ListCommands(const std::string& pluginPath) {
             for (const std::wstring& a : info.arguments) std::cout << " " << trovo::Narrow(a);
             std::cout << "\n";
         }
+        // The rest of what it registered, in registration order.
+        const struct {
+            const wchar_t* kind;
+            const char* title;
+        } others[] = {{L"Property", "Property types"}, {L"Menu", "Menus"}, {L"Operator", "Operators"}};
+        for (const auto& other : others) {
+            std::string names;
+            for (const orvhost::RegisteredItem& ri : pr.items) {
+                if (ri.kind != other.kind) continue;
+                names += (names.empty() ? "" : ", ") + trovo::Narrow(ri.name);
+                if (ri.kind == L"Menu") names += " (anchor " + std::to_string(ri.anchor) + ")";
+            }
+            if (!names.empty()) std::cout << other.title << " of the plug-in: " << names << "\n";
+        }
     }
     if (orvhost::Plugins().empty()) std::cout << "No plug-in is loaded (" << pluginPath << ").\n";
     std::cout << "Commands of the host:\n";
@@ -191,6 +205,9 @@ int Exec(const trovo::CliOptions& opt) {
         std::wstring sceneError;
         if (!orvhost::OpenScene(opt.scene, sceneError))
             return Failed("cannot open the scene \"" + opt.scene + "\": " + trovo::Narrow(sceneError));
+    } else {
+        // A session without a scene file starts a new scene, and the plug-ins hear of it.
+        orvhost::NewScene();
     }
 
     ORV::CValueArray args;
