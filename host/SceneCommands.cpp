@@ -311,7 +311,9 @@ CStatus InspectObj(CValueArray& args, CValue& result) {
 }
 
 // The answer of a pick: an object (path or reference) picked with the left button (1), or an
-// array [button, object] naming the button; 0 or an empty answer cancels.
+// array [button, object] naming the button; 0 or an empty answer cancels. The result is the
+// array [button, modifier keys, picked element]; the output arguments after the two prompts
+// get the picked element, the button and the modifier keys.
 CStatus PickObject(CValueArray& args, CValue& result) {
     const std::wstring left = Text(Arg(args, 0)), middle = Text(Arg(args, 1));
     bool answered = false;
@@ -347,6 +349,11 @@ CStatus PickObject(CValueArray& args, CValue& result) {
     out.Add(CValue(0));
     out.Add(button > 0 ? CValue(picked) : CValue());
     result = CValue(out);
+    // The same in the output arguments: the picked element, the button, the modifier keys.
+    if (args.GetCount() < 5) args.Resize(5);
+    args[2] = out[2];
+    args[3] = out[0];
+    args[4] = out[1];
     return CStatus::OK;
 }
 
@@ -369,7 +376,10 @@ CStatus ShowFileForEdit(CValueArray& args, CValue&) {
     RegisterBuiltin(L"GetValue", {L"target", L"time"}, GetValue);
     RegisterBuiltin(L"SetValue", {L"target", L"value", L"time"}, SetValue);
     RegisterBuiltin(L"InspectObj", {L"object", L"keywords", L"title", L"mode", L"throw"}, InspectObj);
-    RegisterBuiltin(L"PickObject", {L"leftmessage", L"middlemessage"}, PickObject);
+    RegisterBuiltin(
+        L"PickObject",
+        {L"leftmessage", L"middlemessage", L"pickedelement", L"buttonpressed", L"modifierpressed"},
+        PickObject);
     RegisterBuiltin(L"ShowFileForEdit", {L"file"}, ShowFileForEdit);
     return true;
 }();
