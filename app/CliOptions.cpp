@@ -96,8 +96,9 @@ std::string UsageText(const std::string& defaultFactory) {
            "plug-in, optionally opens a scene, runs one command by name and saves the scene.\n"
            "\n"
            "Actions:\n"
-           "  commands            List the commands of the plug-in and of the host, each with\n"
-           "                      its arguments in the order they are declared.\n"
+           "  commands            List what the plug-in registered (its commands, each with its\n"
+           "                      arguments in the order they are declared, property types,\n"
+           "                      menus, operators), then the commands of the host.\n"
            "  exec NAME [ARG...]  Run the command NAME and print its return value on stdout.\n"
            "                      Give the arguments in declaration order, or as name=value in\n"
            "                      any order; left-out arguments reach the command empty.\n"
@@ -110,7 +111,8 @@ std::string UsageText(const std::string& defaultFactory) {
            "\n"
            "Options:\n"
            "  --plugin PATH       the plug-in library (default: libtrovo.so next to trovo)\n"
-           "  --scene FILE        open this scene before running the command\n"
+           "  --scene FILE        open this scene before running the command (without it the\n"
+           "                      command runs in a new, empty scene)\n"
            "  --save FILE         save the scene to this file after the command\n"
            "  --answer VALUE      the answer to the next dialog the command opens; repeat it\n"
            "                      for several dialogs, in the order they come. Message boxes:\n"
@@ -137,7 +139,8 @@ std::string UsageText(const std::string& defaultFactory) {
            "Examples:\n"
            "  trovo commands\n"
            "  trovo --scene rig.orvscene --save out.orvscene exec RetargetBVH Rig walk.bvh walk.map\n"
-           "  trovo --scene rig.orvscene exec GetValue PlayControl.Current\n";
+           "  trovo --scene rig.orvscene exec GetValue PlayControl.Current\n"
+           "  trovo --save new.orvscene exec SetValue PlayControl.Out 200   (a new scene, saved)\n";
 }
 
 }  // namespace trovo

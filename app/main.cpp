@@ -16,13 +16,6 @@
 #define TROVO_DEFAULT_FACTORY_DIR "data"
 #endif
 
-// Scene files belong to the animation side of the host. Weak references let the front end run
-// commands in a build that does not have them yet; it then says so when asked to open or save.
-namespace orvhost {
-bool OpenScene(const std::string& path, std::wstring& error) __attribute__((weak));
-bool SaveScene(const std::string& path, std::wstring& error) __attribute__((weak));
-}  // namespace orvhost
-
 namespace {
 
 constexpr int kOk = 0;
@@ -97,6 +90,20 @@ int ListCommands(const std::string& pluginPath) {
             for (const std::wstring& a : info.arguments) std::cout << " " << trovo::Narrow(a);
             std::cout << "\n";
         }
+        // The rest of what it registered, in registration order.
+        const struct {
+            const wchar_t* kind;
+            const char* title;
+        } others[] = {{L"Property", "Property types"}, {L"Menu", "Menus"}, {L"Operator", "Operators"}};
+        for (const auto& other : others) {
+            std::string names;
+            for (const orvhost::RegisteredItem& ri : pr.items) {
+                if (ri.kind != other.kind) continue;
+                names += (names.empty() ? "" : ", ") + trovo::Narrow(ri.name);
+                if (ri.kind == L"Menu") names += " (anchor " + std::to_string(ri.anchor) + ")";
+            }
+            if (!names.empty()) std::cout << other.title << " of the plug-in: " << names << "\n";
+        }
     }
     if (orvhost::Plugins().empty()) std::cout << "No plug-in is loaded (" << pluginPath << ").\n";
     std::cout << "Commands of the host:\n";
@@ -108,6 +115,8 @@ int ListCommands(const std::string& pluginPath) {
     }
     return kOk;
 }
+
+int Exec(const trovo::CliOptions& opt);
 
 }  // namespace
 
@@ -176,20 +185,29 @@ int main(int argc, char** argv) {
 
     if (opt.action == "commands") return ListCommands(pluginPath);
 
-    // exec
+    // The session ends as a host closes its scene: its operators and plug-in properties hear
+    // their _Term.
+    const int code = Exec(opt);
+    orvhost::ResetScene();
+    return code;
+}
+
+namespace {
+
+// Opens the scene, runs the command, prints its result and saves the scene.
+int Exec(const trovo::CliOptions& opt) {
+    std::string error;
     orvhost::CommandInfo info;
     if (!orvhost::FindCommand(trovo::Widen(opt.command), info))
         return BadUsage("unknown command \"" + opt.command + "\"; \"trovo commands\" lists them");
 
-    ORV::Application app;
     if (!opt.scene.empty()) {
-        if (!orvhost::OpenScene) {
-            app.LogMessage(L"OpenScene is not built yet", ORV::ovWarning);
-            return kFailed;
-        }
         std::wstring sceneError;
         if (!orvhost::OpenScene(opt.scene, sceneError))
             return Failed("cannot open the scene \"" + opt.scene + "\": " + trovo::Narrow(sceneError));
+    } else {
+        // A session without a scene file starts a new scene, and the plug-ins hear of it.
+        orvhost::NewScene();
     }
 
     ORV::CValueArray args;
@@ -207,13 +225,11 @@ int main(int argc, char** argv) {
                   << (orvhost::PendingAnswers() == 1 ? " was" : "s were") << " not asked for.\n";
 
     if (!opt.save.empty()) {
-        if (!orvhost::SaveScene) {
-            app.LogMessage(L"SaveScene is not built yet", ORV::ovWarning);
-            return kFailed;
-        }
         std::wstring saveError;
         if (!orvhost::SaveScene(opt.save, saveError))
             return Failed("cannot save the scene to \"" + opt.save + "\": " + trovo::Narrow(saveError));
     }
     return status == ORV::CStatus::OK ? kOk : kFailed;
 }
+
+}  // namespace

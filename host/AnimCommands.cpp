@@ -38,7 +38,7 @@ void Targets(const CValue& v, std::vector<Item*>& out, std::vector<std::wstring>
             if (Item* it = TheStore().Resolve(static_cast<CRef>(v)))
                 out.push_back(it);
             else
-                missing.push_back(Text(v));
+                missing.push_back(ArgumentText(v));
             return;
         case ovString:
         case ovLPStr: {
@@ -64,7 +64,11 @@ void Targets(const CValue& v, std::vector<Item*>& out, std::vector<std::wstring>
             for (long i = 0; i < a.GetCount(); ++i) Targets(a[i], out, missing);
             return;
         }
+        case ovEmpty:
+            return;
         default:
+            // A number, a vector or a pointer names nothing.
+            missing.push_back(ArgumentText(v));
             return;
     }
 }
@@ -84,7 +88,15 @@ ParamItem* ParamArg(const CValue& v) {
     return dynamic_cast<ParamItem*>(items.front());
 }
 
-int IntArg(const CValue& v, int fallback) { return v.IsEmpty() ? fallback : static_cast<int>(v); }
+// A whole-number flag; the fallback when it is left out. False when it is given and is no number.
+bool IntArg(const CValue& v, int fallback, int& out) {
+    out = fallback;
+    if (v.IsEmpty()) return true;
+    CValue c = v;
+    if (c.ChangeType(ovInt4) != CStatus::OK) return false;
+    out = static_cast<int>(c);
+    return true;
+}
 
 // --- RemoveAllAnimation -------------------------------------------------------------------------
 
@@ -130,7 +142,9 @@ void StripObject(Object3D* o, int sourceMask, int scope, bool branch) {
 CStatus RemoveAllAnimation(CValueArray& args, CValue&) {
     std::vector<Item*> items;
     std::vector<std::wstring> missing;
-    if (Arg(args, 0).IsEmpty() || Text(Arg(args, 0)).empty()) {
+    const CValue& what = Arg(args, 0);
+    const bool emptyText = (what.GetType() == ovString || what.GetType() == ovLPStr) && Text(what).empty();
+    if (what.IsEmpty() || emptyText) {
         for (std::uint64_t id : TheHost().scene->selection)
             if (Item* it = TheStore().Resolve(id)) items.push_back(it);
     } else {
@@ -138,9 +152,14 @@ CStatus RemoveAllAnimation(CValueArray& args, CValue&) {
         if (!missing.empty())
             return Refuse(L"RemoveAllAnimation: nothing is named \"" + missing.front() + L"\".");
     }
-    const bool branch = IntArg(Arg(args, 1), 0) != 0;
-    const int mask = IntArg(Arg(args, 2), 3);
-    const int scope = IntArg(Arg(args, 3), 3);
+    int branchFlag = 0, mask = 3, scope = 3;
+    for (long i = 1; i <= 3; ++i) {
+        int& slot = i == 1 ? branchFlag : (i == 2 ? mask : scope);
+        if (!IntArg(Arg(args, i), slot, slot))
+            return Refuse(L"RemoveAllAnimation: the flags must be whole numbers, not \"" +
+                          ArgumentText(Arg(args, i)) + L"\".");
+    }
+    const bool branch = branchFlag != 0;
     for (Item* it : items) {
         if (auto* o = dynamic_cast<Object3D*>(it))
             StripObject(o, mask, scope, branch);
@@ -159,8 +178,16 @@ CStatus PutExpr(const wchar_t* command, CValueArray& args, bool required) {
     const CValue& target = Arg(args, 0);
     if (target.IsEmpty()) return Refuse(std::wstring(command) + L": no parameter was given.");
     ParamItem* p = ParamArg(target);
-    if (!p) return Refuse(std::wstring(command) + L": \"" + Text(target) + L"\" is not a parameter.");
-    const std::wstring text = Trim(Text(Arg(args, 1)));
+    if (!p) return Refuse(std::wstring(command) + L": \"" + ArgumentText(target) + L"\" is not a parameter.");
+    const CValue& expression = Arg(args, 1);
+    const ovValueType kind = expression.GetType();
+    const bool usable = kind == ovEmpty || kind == ovString || kind == ovLPStr ||
+                        (kind == ovRef && TheStore().Resolve(static_cast<CRef>(expression))) ||
+                        (kind != ovRef && kind != ovArray && kind != ovVector3 && kind != ovPtr);
+    if (!usable)
+        return Refuse(std::wstring(command) + L": \"" + ArgumentText(expression) +
+                      L"\" is not an expression.");
+    const std::wstring text = Trim(Text(expression));
     if (required && text.empty()) return Refuse(std::wstring(command) + L": no expression was given.");
     std::wstring error;
     if (!SetParamExpression(p, text, error)) return Refuse(std::wstring(command) + L": " + error);
@@ -184,13 +211,15 @@ CStatus AddExpr(CValueArray& args, CValue&) { return PutExpr(L"AddExpr", args, t
 CStatus GetConstrainedObjects(CValueArray& args, CValue& result) {
     result = CValue(CValueArray());
     Object3D* driver = ObjectArg(Arg(args, 0));
-    if (!driver) return Refuse(L"GetConstrainedObjects: \"" + Text(Arg(args, 0)) + L"\" is not an object.");
+    if (!driver)
+        return Refuse(L"GetConstrainedObjects: \"" + ArgumentText(Arg(args, 0)) + L"\" is not an object.");
     const CValue& which = Arg(args, 1);
     ConstraintItem* only = nullptr;
     std::wstring kind;
     if (which.GetType() == ovRef) {
         only = dynamic_cast<ConstraintItem*>(TheStore().Resolve(static_cast<CRef>(which)));
-        if (!only) return Refuse(L"GetConstrainedObjects: \"" + Text(which) + L"\" is not a constraint.");
+        if (!only)
+            return Refuse(L"GetConstrainedObjects: \"" + ArgumentText(which) + L"\" is not a constraint.");
     } else if (!which.IsEmpty()) {
         kind = Trim(Text(which));
         if (kind == L"Position" || kind == L"Orientation") kind += L" Cns";
@@ -223,7 +252,8 @@ CStatus GetSkeleton(CValueArray& args, CValue& result) {
     result = CValue(CValueArray());
     Object3D* o = ObjectArg(Arg(args, 0));
     ChainParts chain = ChainOf(o);
-    if (!chain.root) return Refuse(L"GetSkeleton: \"" + Text(Arg(args, 0)) + L"\" is not part of a chain.");
+    if (!chain.root)
+        return Refuse(L"GetSkeleton: \"" + ArgumentText(Arg(args, 0)) + L"\" is not part of a chain.");
     CValueArray bones;
     for (Object3D* b : chain.bones) bones.Add(CValue(b->Ref()));
     if (args.GetCount() < 2) args.Resize(2);

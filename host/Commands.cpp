@@ -81,6 +81,12 @@ void RegisterBuiltin(const std::wstring& name, std::vector<std::wstring> argName
     Builtins()[name] = Builtin{name, std::move(argNames), std::move(fn)};
 }
 
+std::wstring ArgumentText(const CValue& v) {
+    if (v.GetType() == ovRef && !TheStore().Resolve(static_cast<CRef>(v)))
+        return static_cast<CRef>(v).GetId() ? L"(a deleted object)" : L"(no object)";
+    return v.GetAsText().GetWideString();
+}
+
 bool CommandLogOn() {
     auto* p = dynamic_cast<ParamItem*>(FindByPath(L"preferences.scripting.cmdlog"));
     return p && static_cast<bool>(p->value);

@@ -16,4 +16,8 @@ void RegisterBuiltin(const std::wstring& name, std::vector<std::wstring> argName
 // True while "preferences.scripting.cmdlog" is on: commands then echo to the log at severity 16.
 bool CommandLogOn();
 
+// An argument as a message quotes it: its text, or "(a deleted object)" for a reference that
+// no longer names anything ("(no object)" for the empty reference).
+std::wstring ArgumentText(const CValue& v);
+
 }  // namespace orvhost

@@ -87,7 +87,7 @@ double EvalCubicSegment(const CurveKey& a, const CurveKey& b, double time) {
 double FCurveItem::Eval(double time, bool* has) const {
     if (has) *has = !keys.empty();
     if (keys.empty()) return 0.0;
-    if (time <= keys.front().time) return keys.front().value;
+    if (std::isnan(time) || time <= keys.front().time) return keys.front().value;
     if (time >= keys.back().time) return keys.back().value;
     const_cast<FCurveItem*>(this)->FixTangents();
     auto it = std::upper_bound(keys.begin(), keys.end(), time,

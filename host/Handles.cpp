@@ -1,6 +1,7 @@
 // The SDK's scene handles over the in-memory scene. Every call resolves its reference first;
 // a stale or mistyped handle gets an empty answer and a failure status, never a crash.
 #include <algorithm>
+#include <cmath>
 
 #include "HostTesting.h"
 
@@ -278,7 +279,8 @@ CStatus X3DObject::AddNurbsCurve(const MATH::CVector4Array& points, const CDoubl
     result = X3DObject();
     auto* self = Get<Object3D>(m_ref);
     if (!self || points.GetCount() < 2 || degree < 1) return Fail();
-    Object3D* o = CreateObject(self, ov3DObjectID, L"crvlist", name.IsEmpty() ? L"crvlist" : name.GetWideString());
+    Object3D* o =
+        CreateObject(self, ov3DObjectID, L"crvlist", name.IsEmpty() ? L"crvlist" : name.GetWideString());
     auto prim = std::make_unique<PropertyItem>(L"NurbsCurveList", L"crvlist", ovPrimitiveID);
     prim->AddParam(L"degree", ovInt4, CValue(degree));
     prim->AddParam(L"closed", ovBool, CValue(closed));
@@ -432,14 +434,14 @@ CStatus CustomProperty::RemoveParameter(const Parameter& parameter) {
 
 CStatus GridData::PutRowCount(long rows) {
     auto* g = Get<GridItem>(m_ref);
-    if (!g || rows < 0) return Fail();
+    if (!g || !GridItem::Fits(rows, g->cols)) return Fail();
     g->Reshape(rows, g->cols);
     TheHost().Touch();
     return CStatus::OK;
 }
 CStatus GridData::PutColumnCount(long cols) {
     auto* g = Get<GridItem>(m_ref);
-    if (!g || cols < 0) return Fail();
+    if (!g || !GridItem::Fits(g->rows, cols)) return Fail();
     g->Reshape(g->rows, cols);
     TheHost().Touch();
     return CStatus::OK;
@@ -506,7 +508,9 @@ CStatus GridData::PutCell(long col, long row, const CValue& value) {
 CStatus UserDataBlob::PutValue(const unsigned char* bytes, unsigned int size) {
     auto* p = Get<PropertyItem>(m_ref);
     if (!p || (!bytes && size)) return Fail();
-    p->blob.assign(bytes, bytes + size);
+    // The bytes may be the blob's own (from GetValue): copy them out before replacing.
+    std::vector<unsigned char> next(bytes, bytes + size);
+    p->blob.swap(next);
     p->blobSet = size > 0;
     TheHost().Touch();
     return CStatus::OK;
@@ -550,7 +554,7 @@ MATH::CTransformation KinematicState::GetTransform(double time) const {
 }
 CStatus KinematicState::PutTransform(const MATH::CTransformation& t, double time) {
     auto* s = Get<KineStateItem>(m_ref);
-    if (!s) return Fail();
+    if (!s || !std::isfinite(ResolveTime(time))) return Fail();
     if (s->global)
         PutGlobalTransform(s->object, t, time);
     else

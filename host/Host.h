@@ -3,14 +3,14 @@
 // a CRef is its slot and generation, so a deleted item stops resolving at once.
 #pragma once
 
+#include <orv/ORV.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <orv/ORV.h>
 
 namespace orvhost {
 
@@ -87,6 +87,11 @@ struct ParamItem : Item {
 // A grid table, the value of a grid parameter.
 struct GridItem : Item {
     GridItem() : Item(ORV::ovGridDataID, L"GridData") {}
+    // A table larger than this many rows, columns or cells is refused rather than allocated.
+    static constexpr long kMaxSize = 1L << 24;
+    static bool Fits(long r, long c) {
+        return r >= 0 && c >= 0 && r <= kMaxSize && c <= kMaxSize && (c == 0 || r <= kMaxSize / c);
+    }
     long rows = 0, cols = 0;
     std::vector<std::wstring> labels;
     std::vector<CValue> data;  // row by row
@@ -108,8 +113,8 @@ struct PropertyItem : Item {
 };
 
 struct KineStateItem : ParamItem {
-    KineStateItem(bool global) : ParamItem(global ? L"global" : L"local", ORV::ovRef, ORV::ovKinematicStateID),
-                                 global(global) {}
+    KineStateItem(bool global)
+        : ParamItem(global ? L"global" : L"local", ORV::ovRef, ORV::ovKinematicStateID), global(global) {}
     bool global;
     Object3D* object = nullptr;
 };
@@ -135,7 +140,7 @@ struct Object3D : Item {
     Object3D* parent3D = nullptr;
     std::vector<Object3D*> children;  // owned through `owned` of this object
     KineItem* kine = nullptr;
-    Item* primitive = nullptr;        // owned; its params hold "length", "radius"
+    Item* primitive = nullptr;  // owned; its params hold "length", "radius"
     std::vector<PropertyItem*> properties;
     Item* mixer = nullptr;
     std::vector<ORV::MATH::CVector4> controlPoints;  // curve lists
@@ -196,8 +201,8 @@ struct Scene {
     Scene();
     ~Scene();
     std::unique_ptr<Object3D> root;
-    std::unique_ptr<Item> project;          // owns the project properties ("Play Control")
-    std::unique_ptr<Item> preferences;      // "preferences.scripting.cmdlog"
+    std::unique_ptr<Item> project;      // owns the project properties ("Play Control")
+    std::unique_ptr<Item> preferences;  // "preferences.scripting.cmdlog"
     std::vector<std::uint64_t> selection;
     std::uint64_t revision = 1;
 };
@@ -230,7 +235,8 @@ struct Host {
 Host& TheHost();
 
 // Replaces the scene by an empty one (scene root, project with "Play Control", preferences)
-// and drops selection, views and layouts. Plug-ins stay loaded.
+// and drops selection, views and layouts. The old scene's operators and plug-in properties
+// hear their _Term first. Plug-ins stay loaded. The front end also ends its session with it.
 void ResetScene();
 
 // Root of the active scene.
@@ -271,7 +277,13 @@ void PutGlobalTransform(Object3D* obj, const CTransformation& t, double time);
 
 // Parameter values at a time: static value or what drives it.
 CValue ParamValue(ParamItem* p, double time);
+// Stores a value (or keys it on the parameter's curve); false, changing nothing, when the
+// parameter cannot take the value (see AcceptsValue).
 bool PutParamValue(ParamItem* p, const CValue& v, double time);
+// Whether a parameter can take a value: text parameters take any value (as its text), number
+// and bool parameters take numbers, bools and text that reads as a number, vector parameters
+// vectors and their text; nothing takes an empty value.
+bool AcceptsValue(const ParamItem* p, const CValue& v);
 
 // The current frame of Play Control, used for the time "now" (DBL_MAX).
 double CurrentFrame();

@@ -166,6 +166,8 @@ static CValue ConvertTo(const CValue& v, ORV::ovValueType t) {
         case ovString:
         case ovLPStr:
             return CValue(v.GetAsText());
+        case ovVector3:
+            return CValue(static_cast<ORV::MATH::CVector3>(v));
         default:
             return v;
     }
@@ -201,7 +203,8 @@ void GridItem::Reshape(long r, long c) {
 
 // --- Properties ----------------------------------------------------------------------------------
 
-PropertyItem::PropertyItem(std::wstring t, std::wstring n, int cid) : Item(cid, std::move(n)), type(std::move(t)) {}
+PropertyItem::PropertyItem(std::wstring t, std::wstring n, int cid)
+    : Item(cid, std::move(n)), type(std::move(t)) {}
 
 ParamItem* PropertyItem::AddParam(const std::wstring& n, ORV::ovValueType t, const CValue& v) {
     auto* p = Own(std::make_unique<ParamItem>(n, t));

@@ -45,6 +45,10 @@ struct ObjectCache {
     std::uint64_t pass = 0;
     bool isVolatile = false;
     EvalPose pose;
+    // While the object is being evaluated: the pose reached so far, which a read that comes
+    // back to it (a cycle) gets.
+    bool running = false;
+    EvalPose partial;
 };
 
 struct ChainCache {
@@ -65,7 +69,6 @@ struct EvalState {
     std::uint64_t clearedRevision = 0;
     std::unordered_map<std::uint64_t, ObjectCache> objects;
     std::unordered_map<std::uint64_t, ChainCache> chains;
-    std::unordered_map<std::uint64_t, EvalPose> inProgress;  // partial poses of objects being evaluated
     std::vector<Frame> frames;
     std::uint64_t pass = 0;
     int depth = 0;
@@ -245,34 +248,41 @@ bool ApplyGlobalSources(Object3D* obj, double time, CTransformation& global) {
     return any;
 }
 
-std::vector<Object3D*> ConstrainingObjects(const ConstraintItem* c) {
-    std::vector<Object3D*> out;
-    for (std::uint64_t id : c->constraining)
-        if (auto* o = dynamic_cast<Object3D*>(TheStore().Resolve(id))) out.push_back(o);
-    return out;
-}
+Object3D* ConstrainingObject(std::uint64_t id) { return dynamic_cast<Object3D*>(TheStore().Resolve(id)); }
 
 // Position constraints put the object at the (mean) position of their constraining objects;
-// orientation constraints give it their (mean) orientation.
+// orientation constraints give it their (mean) orientation. Constraining objects that are gone
+// count for nothing.
 bool ApplyConstraints(Object3D* obj, double time, CTransformation& global) {
     if (!obj->kine || obj->kine->constraints.empty()) return false;
     bool any = false;
     for (ConstraintItem* c : obj->kine->constraints) {
-        std::vector<Object3D*> drivers = ConstrainingObjects(c);
-        if (drivers.empty()) continue;
         if (c->name == L"Position Cns") {
             CVector3 sum;
-            for (Object3D* d : drivers) sum += EvaluateObject(d, time).global.GetTranslation();
-            global.SetTranslation(sum / static_cast<double>(drivers.size()));
+            std::size_t n = 0;
+            for (std::uint64_t id : c->constraining)
+                if (Object3D* d = ConstrainingObject(id)) {
+                    sum += EvaluateObject(d, time).global.GetTranslation();
+                    ++n;
+                }
+            if (n == 0) continue;
+            global.SetTranslation(sum / static_cast<double>(n));
             any = true;
         } else if (c->name == L"Orientation Cns") {
-            MATH::CQuaternion first = EvaluateObject(drivers[0], time).global.GetRotationQuaternion();
-            MATH::CQuaternion sum = first;
-            for (std::size_t i = 1; i < drivers.size(); ++i) {
-                MATH::CQuaternion q = EvaluateObject(drivers[i], time).global.GetRotationQuaternion();
+            MATH::CQuaternion first, sum;
+            std::size_t n = 0;
+            for (std::uint64_t id : c->constraining) {
+                Object3D* d = ConstrainingObject(id);
+                if (!d) continue;
+                const MATH::CQuaternion q = EvaluateObject(d, time).global.GetRotationQuaternion();
+                if (n++ == 0) {
+                    first = sum = q;
+                    continue;
+                }
                 const double sign = q.Dot(first) < 0.0 ? -1.0 : 1.0;
                 sum.Set(sum.w + sign * q.w, sum.x + sign * q.x, sum.y + sign * q.y, sum.z + sign * q.z);
             }
+            if (n == 0) continue;
             sum.NormalizeInPlace();
             global.SetRotationFromQuaternion(sum);
             any = true;
@@ -403,6 +413,33 @@ void WriteLocalParams(Object3D* obj, const CTransformation& t, double time) {
 
 }  // namespace
 
+bool AcceptsValue(const ParamItem* p, const CValue& v) {
+    if (!p || v.IsEmpty()) return false;
+    switch (p->type) {
+        case ovString:
+        case ovLPStr:
+            return true;
+        case ovBool:
+        case ovInt2:
+        case ovInt4:
+        case ovUByte:
+        case ovUInt4:
+        case ovInt8:
+        case ovFloat:
+        case ovDouble: {
+            // Numbers, bools and text that reads as one; not a reference, a vector or an array.
+            CValue c = v;
+            return c.ChangeType(ovDouble) == CStatus::OK;
+        }
+        case ovVector3: {
+            CValue c = v;
+            return c.ChangeType(ovVector3) == CStatus::OK;
+        }
+        default:
+            return true;
+    }
+}
+
 // --- Entry points -------------------------------------------------------------------------------
 
 void MarkVolatile() {
@@ -426,29 +463,26 @@ EvalPose EvaluateObject(Object3D* obj, double time) {
     if (!obj) return EvalPose();
     Enter enter;
     EvalState& s = State();
-    auto hit = s.objects.find(obj->id);
-    if (hit != s.objects.end()) {
-        const ObjectCache& c = hit->second;
-        if (CacheHit(c.time, c.revision, c.pass, c.isVolatile, time)) {
-            if (c.isVolatile) MarkVolatile();
-            return c.pose;
-        }
+    // The entry stays where it is while other objects are added (the map's nodes do not move),
+    // and the map is only cleared when an outermost read starts.
+    ObjectCache& c = s.objects[obj->id];
+    if (CacheHit(c.time, c.revision, c.pass, c.isVolatile, time)) {
+        if (c.isVolatile) MarkVolatile();
+        return c.pose;
     }
-    auto running = s.inProgress.find(obj->id);
-    if (running != s.inProgress.end()) return running->second;  // a cycle: the pose so far
+    if (c.running) return c.partial;  // a cycle: the pose so far
 
     const std::uint64_t rev = Revision();
-    EvalPose& partial = s.inProgress[obj->id];
     EvalPose pose;
     bool vol;
+    c.running = true;
     {
         FrameGuard frame;
-        pose = Compute(obj, time, partial);
+        pose = Compute(obj, time, c.partial);
         vol = frame.IsVolatile();
     }
-    s.inProgress.erase(obj->id);
+    c.running = false;
     if (Revision() == rev) {
-        ObjectCache& c = s.objects[obj->id];
         c.time = time;
         c.revision = rev;
         c.pass = s.pass;
@@ -482,7 +516,9 @@ CValue ParamValue(ParamItem* p, double time) {
 }
 
 bool PutParamValue(ParamItem* p, const CValue& v, double time) {
-    if (!p) return false;
+    if (!p || !AcceptsValue(p, v)) return false;
+    // A curve-driven parameter is keyed at the time, which must then be one.
+    if (!std::isfinite(ResolveTime(time))) return false;
     if (CaptureOutput(p, nullptr, &v)) return true;
     if (auto* state = dynamic_cast<KineStateItem*>(p->owner)) {
         const int i = TransformIndex(p->name);

@@ -83,8 +83,10 @@ static void RunDeleteHooks(Item* item);
 
 void ResetScene() {
     Host& h = TheHost();
-    // Properties and operators of the old scene get their _Term as on any deletion.
+    // Properties and operators of the old scene get their _Term as on any deletion, also those
+    // on scene-wide properties of the project.
     RunDeleteHooks(h.scene->root.get());
+    RunDeleteHooks(h.scene->project.get());
     h.scene.reset();
     h.scene = std::make_unique<Scene>();
     h.uiRoot.reset();
@@ -306,8 +308,9 @@ void DeleteItem(Item* item) {
     }
     owner->Disown(item);
     auto& sel = s.selection;
-    sel.erase(std::remove_if(sel.begin(), sel.end(), [](std::uint64_t id) { return !TheStore().Resolve(id); }),
-              sel.end());
+    sel.erase(
+        std::remove_if(sel.begin(), sel.end(), [](std::uint64_t id) { return !TheStore().Resolve(id); }),
+        sel.end());
     TheHost().Touch();
 }
 

@@ -75,7 +75,7 @@ std::vector<Item*> ResolveAll(const CValue& v, std::vector<std::wstring>& missin
         if (Item* it = Resolve(v))
             out.push_back(it);
         else
-            missing.push_back(L"(a deleted object)");
+            missing.push_back(ArgumentText(v));
         return out;
     }
     for (const std::wstring& name : SplitList(Text(v))) {
@@ -112,7 +112,7 @@ bool TimeArg(const CValue& v, double& time) {
     CValue c = v;
     if (c.ChangeType(ovDouble) != CStatus::OK) return false;
     time = static_cast<double>(c);
-    return true;
+    return std::isfinite(time);
 }
 
 // --- SelectObj, DeselectAll, FrameAll ---------------------------------------------------------
@@ -225,7 +225,7 @@ CStatus DeleteObj(CValueArray& args, CValue&) {
 CStatus EnumElements(CValueArray& args, CValue& result) {
     const CValue& target = Arg(args, 0);
     Item* it = Resolve(target);
-    if (!it) return Refuse(L"EnumElements: nothing is named \"" + Text(target) + L"\".");
+    if (!it) return Refuse(L"EnumElements: nothing is named \"" + ArgumentText(target) + L"\".");
     CValueArray out;
     for (auto& o : it->owned) out.Add(CValue(o->Ref()));
     result = CValue(out);
@@ -237,7 +237,7 @@ CStatus GetValue(CValueArray& args, CValue& result) {
     double time;
     if (!TimeArg(Arg(args, 1), time)) return Refuse(L"GetValue: the time must be a number.");
     Item* it = Resolve(target);
-    if (!it) return Refuse(L"GetValue: nothing is named \"" + Text(target) + L"\".");
+    if (!it) return Refuse(L"GetValue: nothing is named \"" + ArgumentText(target) + L"\".");
     auto* p = dynamic_cast<ParamItem*>(it);
     if (!p) {
         // Anything that is not a parameter answers with itself, as an object would in a script.
@@ -263,6 +263,7 @@ CStatus SetValue(CValueArray& args, CValue&) {
     double time;
     if (!TimeArg(Arg(args, 2), time)) return Refuse(L"SetValue: the time must be a number.");
     if (target.IsEmpty()) return Refuse(L"SetValue: no parameter was given.");
+    if (value.IsEmpty()) return Refuse(L"SetValue: no value was given.");
     std::vector<std::wstring> missing;
     std::vector<Item*> items = ResolveAll(target, missing);
     if (!missing.empty()) return Refuse(L"SetValue: nothing is named \"" + missing.front() + L"\".");
@@ -272,10 +273,13 @@ CStatus SetValue(CValueArray& args, CValue&) {
         if (!p || p->type == ovRef) return Refuse(L"SetValue: \"" + FullName(it) + L"\" is not a parameter.");
         params.push_back(p);
     }
+    if (params.empty()) return Refuse(L"SetValue: no parameter was given.");
+    // All or nothing: a value that one of the parameters cannot take changes none of them.
     for (ParamItem* p : params)
-        if (!PutParamValue(p, value, time))
-            return Refuse(L"SetValue: \"" + FullName(p) + L"\" does not take the value \"" + Text(value) +
-                          L"\".");
+        if (!AcceptsValue(p, value))
+            return Refuse(L"SetValue: \"" + FullName(p) + L"\" does not take the value \"" +
+                          ArgumentText(value) + L"\".");
+    for (ParamItem* p : params) PutParamValue(p, value, time);
     return CStatus::OK;
 }
 
@@ -287,7 +291,7 @@ CStatus InspectObj(CValueArray& args, CValue& result) {
     if (!it) {
         std::vector<std::wstring> missing;
         std::vector<Item*> items = ResolveAll(target, missing);
-        if (items.empty()) return Refuse(L"InspectObj: nothing is named \"" + Text(target) + L"\".");
+        if (items.empty()) return Refuse(L"InspectObj: nothing is named \"" + ArgumentText(target) + L"\".");
         it = items.front();
     }
     long mode = 0;
@@ -307,7 +311,9 @@ CStatus InspectObj(CValueArray& args, CValue& result) {
 }
 
 // The answer of a pick: an object (path or reference) picked with the left button (1), or an
-// array [button, object] naming the button; 0 or an empty answer cancels.
+// array [button, object] naming the button; 0 or an empty answer cancels. The result is the
+// array [button, modifier keys, picked element]; the output arguments after the two prompts
+// get the picked element, the button and the modifier keys.
 CStatus PickObject(CValueArray& args, CValue& result) {
     const std::wstring left = Text(Arg(args, 0)), middle = Text(Arg(args, 1));
     bool answered = false;
@@ -343,6 +349,11 @@ CStatus PickObject(CValueArray& args, CValue& result) {
     out.Add(CValue(0));
     out.Add(button > 0 ? CValue(picked) : CValue());
     result = CValue(out);
+    // The same in the output arguments: the picked element, the button, the modifier keys.
+    if (args.GetCount() < 5) args.Resize(5);
+    args[2] = out[2];
+    args[3] = out[0];
+    args[4] = out[1];
     return CStatus::OK;
 }
 
@@ -365,7 +376,10 @@ CStatus ShowFileForEdit(CValueArray& args, CValue&) {
     RegisterBuiltin(L"GetValue", {L"target", L"time"}, GetValue);
     RegisterBuiltin(L"SetValue", {L"target", L"value", L"time"}, SetValue);
     RegisterBuiltin(L"InspectObj", {L"object", L"keywords", L"title", L"mode", L"throw"}, InspectObj);
-    RegisterBuiltin(L"PickObject", {L"leftmessage", L"middlemessage"}, PickObject);
+    RegisterBuiltin(
+        L"PickObject",
+        {L"leftmessage", L"middlemessage", L"pickedelement", L"buttonpressed", L"modifierpressed"},
+        PickObject);
     RegisterBuiltin(L"ShowFileForEdit", {L"file"}, ShowFileForEdit);
     return true;
 }();

@@ -147,13 +147,6 @@ std::wstring String(const json& j, const char* key) {
     return s;
 }
 
-bool GetNumber(const json& j, const char* key, double& out) {
-    const json* f = Field(j, key);
-    if (!f || !f->is_number()) return false;
-    out = f->get<double>();
-    return true;
-}
-
 long Integer(const json& j, const char* key, long fallback) {
     const json* f = Field(j, key);
     if (!f || !f->is_number_integer()) return fallback;
@@ -194,6 +187,38 @@ bool ReadNum(const json& j, double& out) {
     else
         return false;
     return true;
+}
+
+// Whether a saved class id is one of `base` (itself or a class derived from it).
+bool ClassIs(long cls, int base) {
+    if (cls <= 0 || cls > 0xFFFF) return false;
+    for (int c = static_cast<int>(cls); c != 0; c = ParentClassId(c))
+        if (c == base) return true;
+    return false;
+}
+
+// Whether a saved number is one of the host's value types.
+bool KnownValueType(long t) {
+    switch (t) {
+        case ovEmpty:
+        case ovInt2:
+        case ovInt4:
+        case ovFloat:
+        case ovDouble:
+        case ovString:
+        case ovBool:
+        case ovRef:
+        case ovUByte:
+        case ovUInt4:
+        case ovInt8:
+        case ovPtr:
+        case ovLPStr:
+        case ovVector3:
+        case ovArray:
+            return true;
+        default:
+            return false;
+    }
 }
 
 // --- Writing ------------------------------------------------------------------------------------
@@ -664,6 +689,10 @@ void Reader::LoadSource(ParamItem* p, const json& j) {
                 Fail(L"a curve key is malformed");
                 return;
             }
+            if (!std::isfinite(key.time)) {
+                Fail(L"a curve key is malformed");
+                return;
+            }
             key.interpolation = k[2].get<int>();
             key.autoTangents = k[7].get<bool>();
             key.constraints = k[8].get<int>();
@@ -685,8 +714,8 @@ void Reader::LoadSource(ParamItem* p, const json& j) {
 }
 
 void Reader::LoadParam(ParamItem* p, const json& j) {
-    double caps;
-    if (GetNumber(j, "caps", caps)) p->caps = static_cast<int>(caps);
+    const long caps = Integer(j, "caps", p->caps);
+    if (caps >= 0 && caps <= 0x7FFFFFFF) p->caps = static_cast<int>(caps);
     CValue v;
     for (const char* key : {"min", "max", "smin", "smax"}) {
         v = CValue();
@@ -717,7 +746,8 @@ void Reader::LoadParam(ParamItem* p, const json& j) {
         if (!g) g = p->Own(std::make_unique<GridItem>());
         const long rows = Integer(*grid, "rows", 0), cols = Integer(*grid, "cols", 0);
         const json& data = Array(*grid, "data");
-        if (rows < 0 || cols < 0 || data.size() != static_cast<std::size_t>(rows * cols)) {
+        if (!GridItem::Fits(rows, cols) ||
+            data.size() != static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols)) {
             Fail(L"a grid is malformed");
             return;
         }
@@ -746,18 +776,16 @@ void Reader::LoadParams(Item* owner, std::vector<ParamItem*>& params, const json
     std::vector<ParamItem*> ordered;
     for (const json& j : list) {
         std::wstring name;
-        double type;
-        if (!GetString(j, "name", name) || !GetNumber(j, "type", type)) {
+        const long type = Integer(j, "type", -1);
+        if (!GetString(j, "name", name) || !KnownValueType(type)) {
             Fail(L"a parameter is malformed");
             return;
         }
         ParamItem* p = nullptr;
         for (ParamItem* q : params)
             if (q->name == name) p = q;
-        if (!p)
-            p = owner->Own(
-                std::make_unique<ParamItem>(name, static_cast<ovValueType>(static_cast<int>(type))));
-        p->type = static_cast<ovValueType>(static_cast<int>(type));
+        if (!p) p = owner->Own(std::make_unique<ParamItem>(name, static_cast<ovValueType>(type)));
+        p->type = static_cast<ovValueType>(type);
         ordered.push_back(p);
         LoadParam(p, j);
     }
@@ -804,14 +832,17 @@ void Reader::LoadProperties(Item* owner, std::vector<PropertyItem*>* list, const
             Fail(L"a property is malformed");
             return;
         }
+        const long cls = Integer(j, "class", ovPropertyID);
+        if (!ClassIs(cls, ovPropertyID)) {
+            Fail(L"a property is malformed");
+            return;
+        }
         PropertyItem* p = nullptr;
         for (PropertyItem* q : existing)
             if (q->name == name && q->type == type &&
                 std::find(ordered.begin(), ordered.end(), q) == ordered.end())
                 p = q;
-        if (!p)
-            p = owner->Own(std::make_unique<PropertyItem>(
-                type, name, static_cast<int>(Integer(j, "class", ovPropertyID))));
+        if (!p) p = owner->Own(std::make_unique<PropertyItem>(type, name, static_cast<int>(cls)));
         ordered.push_back(p);
         LoadProperty(p, j);
     }
@@ -826,8 +857,9 @@ bool Reader::LoadObjects() {
     for (std::size_t i = 0; i < objects.size(); ++i) {
         const json& j = objects[i];
         std::wstring type, name;
-        double cls;
-        if (!GetString(j, "type", type) || !GetString(j, "name", name) || !GetNumber(j, "class", cls))
+        const long cls = Integer(j, "class", -1);
+        if (!GetString(j, "type", type) || !GetString(j, "name", name) || !ClassIs(cls, ov3DObjectID) ||
+            name.empty())
             return Fail(L"an object is malformed");
         const long parent = Integer(j, "parent", -2);
         if (i == 0) {
@@ -864,10 +896,13 @@ void Reader::LoadDetails(std::size_t index, const json& j) {
     }
     LoadProperties(o, &o->properties, Array(j, "properties"));
     if (const json* prim = Field(j, "primitive")) {
+        if (Integer(*prim, "class", ovPrimitiveID) != ovPrimitiveID) {
+            Fail(L"a primitive is malformed");
+            return;
+        }
         if (!o->primitive)
             o->primitive = o->Own(
-                std::make_unique<PropertyItem>(String(*prim, "type"), String(*prim, "name"),
-                                               static_cast<int>(Integer(*prim, "class", ovPrimitiveID))));
+                std::make_unique<PropertyItem>(String(*prim, "type"), String(*prim, "name"), ovPrimitiveID));
         LoadProperty(static_cast<PropertyItem*>(o->primitive), *prim);
     }
     if (const json* joint = Field(j, "joint")) {

@@ -375,6 +375,14 @@ bool InspectItem(const CRef& itemRef, const std::wstring& title, long mode, bool
                                       ovWarning);
                         continue;
                     }
+                    if (!AcceptsValue(dynamic_cast<ParamItem*>(TheStore().Resolve(param.GetRef())),
+                                      CValue(value))) {
+                        TheHost().Log(L"InspectObj: the parameter \"" + name +
+                                          L"\" does not take the value \"" + value +
+                                          L"\"; that part of the answer is left out.",
+                                      ovWarning);
+                        continue;
+                    }
                     ChangePPGParameter(param.GetRef(), CValue(value));
                 }
             } else {

@@ -122,13 +122,18 @@ TEST_F(Commands, ListHoldsBuiltinsThenPluginCommandsInOrder) {
     std::vector<orvhost::CommandInfo> all = orvhost::ListCommands();
     std::vector<std::wstring> builtins, plugin;
     for (const auto& c : all) (c.builtin ? builtins : plugin).push_back(c.name);
-    for (const wchar_t* name : {L"SelectObj", L"DeselectAll", L"FrameAll", L"DeleteObj", L"EnumElements",
-                                L"GetValue", L"SetValue", L"InspectObj", L"PickObject", L"ShowFileForEdit"})
+    // The host's script commands, every one of them.
+    const std::vector<std::wstring> host = {
+        L"SelectObj",    L"DeselectAll", L"FrameAll", L"DeleteObj",  L"RemoveAllAnimation",
+        L"EnumElements", L"GetValue",    L"SetValue", L"InspectObj", L"GetConstrainedObjects",
+        L"GetSkeleton",  L"PickObject",  L"SetExpr",  L"AddExpr",    L"ShowFileForEdit"};
+    for (const std::wstring& name : host)
         EXPECT_NE(std::find(builtins.begin(), builtins.end(), name), builtins.end())
             << hosttest::Narrow(name);
-    EXPECT_EQ(plugin,
-              (std::vector<std::wstring>{L"TestEcho", L"TestModelName", L"TestNoLog", L"Spaced Command",
-                                         L"TestSelectBranch", L"TestAsk", L"TestBrowse", L"TestProgress"}));
+    EXPECT_EQ(builtins.size(), host.size());
+    EXPECT_EQ(plugin, (std::vector<std::wstring>{L"TestEcho", L"TestModelName", L"TestNoLog",
+                                                 L"Spaced Command", L"TestSelectBranch", L"TestAsk",
+                                                 L"TestBrowse", L"TestProgress", L"TestPath", L"TestTime"}));
 }
 
 TEST_F(Commands, FindCommandGivesDeclaredArguments) {
@@ -157,4 +162,13 @@ TEST_F(Commands, BuiltinWritesInOutArgumentsBack) {
     EXPECT_EQ(result, CValue(3));
     EXPECT_EQ(args[0], CValue(3));
     EXPECT_EQ(args[1], CValue(L"written"));
+}
+
+TEST_F(Commands, CommandContextGivesTheCurrentFrameAsAnOperatorContext) {
+    Property pc(app.GetActiveProject().GetProperties().GetItem(L"Play Control"));
+    ASSERT_EQ(pc.PutParameterValue(L"Current", CValue(12.5)), CStatus::OK);
+    CValue result;
+    ASSERT_EQ(run(L"TestTime", CValueArray(), result), CStatus::OK);
+    EXPECT_EQ(result.GetType(), ovDouble);
+    EXPECT_EQ(static_cast<double>(result), 12.5);
 }

@@ -28,15 +28,16 @@ TEST_F(PluginLoader, RecordsRegistrationInOrder) {
     const std::vector<std::pair<std::wstring, std::wstring>> expected = {
         {L"Command", L"TestEcho"},       {L"Command", L"TestModelName"},    {L"Command", L"TestNoLog"},
         {L"Command", L"Spaced Command"}, {L"Command", L"TestSelectBranch"}, {L"Command", L"TestAsk"},
-        {L"Command", L"TestBrowse"},     {L"Command", L"TestProgress"},     {L"Property", L"TestProp"},
-        {L"Property", L"Silent Prop"},   {L"Menu", L"Test Menu"},           {L"Operator", L"TestOp"}};
+        {L"Command", L"TestBrowse"},     {L"Command", L"TestProgress"},     {L"Command", L"TestPath"},
+        {L"Command", L"TestTime"},       {L"Property", L"TestProp"},        {L"Property", L"Silent Prop"},
+        {L"Menu", L"Test Menu"},         {L"Operator", L"TestOp"}};
     ASSERT_EQ(pr->items.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
         EXPECT_EQ(pr->items[i].kind, expected[i].first) << i;
         EXPECT_EQ(pr->items[i].name, expected[i].second) << i;
     }
     EXPECT_EQ(pr->items[0].scriptName, L"TestEcho");
-    EXPECT_EQ(pr->items[10].anchor, 218);
+    EXPECT_EQ(pr->items[12].anchor, 218);
 }
 
 TEST_F(PluginLoader, LoadingTwiceKeepsOneRecord) {
@@ -45,7 +46,7 @@ TEST_F(PluginLoader, LoadingTwiceKeepsOneRecord) {
     EXPECT_TRUE(orvhost::LoadPlugin(ORV_TESTPLUGIN_PATH, error));
     EXPECT_TRUE(error.empty());
     EXPECT_EQ(orvhost::Plugins().size(), before);
-    EXPECT_EQ(orvhost::PluginCommands().size(), 8u);
+    EXPECT_EQ(orvhost::PluginCommands().size(), 10u);
 }
 
 TEST_F(PluginLoader, MissingLibraryIsRefusedWithMessage) {

@@ -294,6 +294,22 @@ TEST_F(SceneCommands, PickObjectArrayAnswerNamesTheButton) {
     EXPECT_EQ(static_cast<CRef>(out[2]), leg.GetRef());
 }
 
+TEST_F(SceneCommands, PickObjectGivesItsResultInTheOutputArguments) {
+    orvhost::QueueAnswer(CValue(L"Rig.Hips"));
+    CValueArray args = Args({CValue(L"Pick the hips"), CValue(L"Cancel"), CValue(), CValue(), CValue()});
+    CValue out;
+    ASSERT_EQ(app.ExecuteCommand(L"PickObject", args, out), CStatus::OK);
+    EXPECT_EQ(static_cast<CRef>(args[2]), hips.GetRef());
+    EXPECT_EQ(args[3], CValue(1));
+    EXPECT_EQ(args[4], CValue(0));
+    // Cancelled: no element, button 0.
+    args = Args({CValue(L"Pick again"), CValue(L""), CValue(L"stale"), CValue(9), CValue(9)});
+    ASSERT_EQ(app.ExecuteCommand(L"PickObject", args, out), CStatus::OK);
+    EXPECT_TRUE(args[2].IsEmpty());
+    EXPECT_EQ(args[3], CValue(0));
+    EXPECT_EQ(args[4], CValue(0));
+}
+
 TEST_F(SceneCommands, PickObjectWithoutAnswerIsCancelled) {
     exec(L"PickObject", {CValue(L"Select Target Rig"), CValue(L"Select Target Rig")});
     const CValueArray& out = result;

@@ -380,3 +380,114 @@ TEST_F(Scene, RenameKeepsNamesUnique) {
     a.PutName(L"a");
     EXPECT_EQ(a.GetName(), CString(L"a"));
 }
+
+TEST_F(Scene, FreedSuffixIsTakenAgain) {
+    Model m = addModel(root(), L"Rig");
+    addNull(m, L"LFHD");
+    Null one = addNull(m, L"LFHD");
+    addNull(m, L"LFHD");
+    ASSERT_EQ(one.GetName(), CString(L"LFHD1"));
+    orvhost::DeleteItem(orvhost::TheStore().Resolve(one.GetRef()));
+    // The smallest suffix that frees the name, not one past the largest.
+    EXPECT_EQ(addNull(m, L"LFHD").GetName(), CString(L"LFHD1"));
+    EXPECT_EQ(addNull(m, L"LFHD").GetName(), CString(L"LFHD3"));
+    // A model's name lives in the namespace of the model above it, not in its own.
+    Model inner = addModel(m, L"LFHD");
+    EXPECT_EQ(inner.GetName(), CString(L"LFHD4"));
+    EXPECT_EQ(addNull(inner, L"LFHD").GetName(), CString(L"LFHD"));
+}
+
+TEST_F(Scene, GetModelsListsModelsBelowDepthFirst) {
+    Model a = addModel(root(), L"A");
+    Model b = addModel(root(), L"B");
+    Null n = addNull(a, L"n");
+    Model inner = addModel(n, L"Inner");
+    Model deeper = addModel(inner, L"Deeper");
+    CRefArray all = root().GetModels(true);
+    ASSERT_EQ(all.GetCount(), 4);
+    EXPECT_EQ(all[0], a.GetRef());
+    EXPECT_EQ(all[1], inner.GetRef());
+    EXPECT_EQ(all[2], deeper.GetRef());
+    EXPECT_EQ(all[3], b.GetRef());
+    CRefArray top = root().GetModels(false);
+    ASSERT_EQ(top.GetCount(), 2);
+    EXPECT_EQ(top[1], b.GetRef());
+    // Not the object itself, and nothing for a plain object without models below it.
+    EXPECT_EQ(inner.GetModels(true).GetCount(), 1);
+    EXPECT_EQ(b.GetModels(true).GetCount(), 0);
+    EXPECT_EQ(Model().GetModels(true).GetCount(), 0);
+}
+
+TEST_F(Scene, VersionIsTheHostsVersion) {
+    EXPECT_EQ(Application().GetVersion(), CString(orvhost::TheHost().version));
+    EXPECT_FALSE(Application().GetVersion().IsEmpty());
+}
+
+TEST_F(Scene, TypesTellModelsCurveListsAndNulls) {
+    Model m = addModel(root(), L"Rig");
+    EXPECT_EQ(m.GetType(), CString(L"#model"));
+    EXPECT_EQ(addNull(m, L"n").GetType(), CString(L"null"));
+    EXPECT_TRUE(m.IsA(74));
+    EXPECT_TRUE(m.IsA(72));
+    EXPECT_FALSE(addNull(m, L"m").IsA(74));
+    EXPECT_TRUE(addNull(m, L"o").IsA(72));
+}
+
+TEST_F(Scene, CustomParametersOfEveryNumberTypeKeepTheirTypeAndLimits) {
+    CustomProperty cp;
+    ASSERT_EQ(root().AddCustomProperty(L"Types", false, cp), CStatus::OK);
+    struct Case {
+        const wchar_t* name;
+        ovValueType type;
+        CValue def, min, max, put, clamped;
+    };
+    const Case cases[] = {
+        {L"f", ovFloat, CValue(0.5f), CValue(0.0f), CValue(1.0f), CValue(7.0), CValue(1.0f)},
+        {L"d", ovDouble, CValue(0.5), CValue(-1.0), CValue(1.0), CValue(-3.0), CValue(-1.0)},
+        {L"i2", ovInt2, CValue(1), CValue(0), CValue(100), CValue(250), CValue(100)},
+        {L"i4", ovInt4, CValue(1), CValue(-5), CValue(5), CValue(-9), CValue(-5)},
+        {L"u1", ovUByte, CValue(1), CValue(0), CValue(255), CValue(300), CValue(255)},
+        {L"u4", ovUInt4, CValue(1), CValue(0), CValue(10), CValue(11), CValue(10)},
+        {L"i8", ovInt8, CValue(1), CValue(0), CValue(10), CValue(12), CValue(10)},
+        {L"b", ovBool, CValue(false), CValue(), CValue(), CValue(1), CValue(true)},
+    };
+    for (const Case& c : cases) {
+        Parameter p;
+        ASSERT_EQ(cp.AddParameter(c.name, c.type, ovAnimatable | ovPersistable, L"", L"", c.def, c.min, c.max,
+                                  c.min, c.max, p),
+                  CStatus::OK)
+            << CString(c.name).GetAsciiString();
+        EXPECT_EQ(p.GetValueType(), c.type);
+        EXPECT_EQ(p.GetDefault(), c.def) << CString(c.name).GetAsciiString();
+        EXPECT_EQ(p.GetMin(), c.min);
+        EXPECT_EQ(p.GetMax(), c.max);
+        EXPECT_EQ(p.GetCapabilities(), ovAnimatable | ovPersistable);
+        ASSERT_EQ(p.PutValue(c.put), CStatus::OK);
+        EXPECT_EQ(p.GetValue(), c.clamped) << CString(c.name).GetAsciiString();
+    }
+}
+
+TEST_F(Scene, MirroredParentGivesANegativeGlobalXScale) {
+    const double c30 = std::cos(PI / 6), s30 = std::sin(PI / 6);
+    for (const wchar_t* axis : {L"sclx", L"scly"}) {
+        orvhost::ResetScene();
+        Null parent = addNull(root(), L"Mirror");
+        parent.GetKinematics().GetLocal().PutParameterValue(axis, -1.0);
+        Null child = addNull(parent, L"Child");
+        KinematicState l = child.GetKinematics().GetLocal();
+        l.PutParameterValue(L"posx", 2.0);
+        l.PutParameterValue(L"posy", 1.0);
+        l.PutParameterValue(L"roty", 30.0);
+        const CTransformation g = child.GetKinematics().GetGlobal().GetTransform();
+        // Whatever axis the mirror flips, the decomposition puts the sign on X.
+        ExpectVec(g.GetScaling(), -1, 1, 1);
+        // (1,0,0) turned 30 degrees about Y is (cos 30, 0, -sin 30), moved to (2,1,0) plus that;
+        // then the parent flips one axis.
+        CVector3 p(1, 0, 0);
+        p.MulByTransformationInPlace(g);
+        const bool flipX = CString(axis) == CString(L"sclx");
+        ExpectVec(p, flipX ? -(2 + c30) : 2 + c30, flipX ? 1 : -1, -s30);
+        // The local pose reads back through the mirrored parent.
+        ExpectVec(l.GetTransform().GetTranslation(), 2, 1, 0);
+    }
+}

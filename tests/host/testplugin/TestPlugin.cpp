@@ -1,6 +1,6 @@
 // A plug-in for the host's own tests: commands that show what arguments they receive, ask the
-// user, call host commands and drive the progress bar; a property type with a page; a menu;
-// an operator name; the two scene events. Every callback says in the log that it ran.
+// user, call host commands, drive the progress bar and read the installation locations; a property type with
+// a page; a menu; an operator name; the two scene events. Every callback says in the log that it ran.
 #include <orv/ORV.h>
 
 #define TEST_EXPORT extern "C" __attribute__((visibility("default")))
@@ -49,6 +49,8 @@ TEST_EXPORT CStatus ORVLoadPlugin(PluginRegistrar& reg) {
     reg.RegisterCommand(L"TestAsk", L"TestAsk");
     reg.RegisterCommand(L"TestBrowse", L"TestBrowse");
     reg.RegisterCommand(L"TestProgress", L"TestProgress");
+    reg.RegisterCommand(L"TestPath", L"TestPath");
+    reg.RegisterCommand(L"TestTime", L"TestTime");
     reg.RegisterProperty(L"TestProp");
     reg.RegisterProperty(L"Silent Prop");
     reg.RegisterMenu(ovMenuTbAnimateActionsStoreID, L"Test Menu", false, false);
@@ -173,6 +175,28 @@ TEST_EXPORT CStatus TestProgress_Execute(CRef& ref) {
     for (long i = 0; i < steps; ++i) bar.Increment();
     bar.PutVisible(false);
     Return(ref, CValue(static_cast<int>(bar.GetValue())));
+    return CStatus::OK;
+}
+
+// --- TestPath: the host's installation location of a kind (1 user, 2 shared, 3 factory, 4 data
+// root), as the front end's options set them.
+
+TEST_EXPORT CStatus TestPath_Init(CRef& ref) { return Declare(ref, {L"kind"}); }
+
+TEST_EXPORT CStatus TestPath_Execute(CRef& ref) {
+    CValueArray args = Arguments(ref);
+    Return(ref, CValue(app.GetInstallationPath(static_cast<int>(args[0]))));
+    return CStatus::OK;
+}
+
+// --- TestTime: a command's context read as an operator context, as a command that needs the
+// time does; the time it gives, in frames.
+
+TEST_EXPORT CStatus TestTime_Init(CRef& ref) { return Declare(ref, {}); }
+
+TEST_EXPORT CStatus TestTime_Execute(CRef& ref) {
+    OperatorContext ctx(ref);
+    Return(ref, CValue(static_cast<double>(ctx.GetTime())));
     return CStatus::OK;
 }
 
