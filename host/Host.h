@@ -190,6 +190,13 @@ Store& TheStore();
 // ---------------------------------------------------------------------------------------------
 // The scene and the host state around it
 
+struct MessageBoxRecord {
+    std::wstring text;
+    std::wstring caption;
+    long flags = 0;
+    long result = 0;
+};
+
 struct LogEntry {
     std::wstring text;
     int severity;
@@ -218,6 +225,8 @@ struct Host {
     // Scripted answers, consumed first in first out; every question asked is logged.
     std::vector<CValue> answers;
     std::vector<std::wstring> questions;
+    // Every message box shown, with its caption and flags, in order.
+    std::vector<MessageBoxRecord> messageBoxes;
     // Progress bar drawn on a terminal (stderr) when set; silent otherwise.
     bool drawProgress = false;
     std::unique_ptr<Item> uiRoot;  // owns progress bar, layouts, views, COM objects

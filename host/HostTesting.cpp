@@ -20,11 +20,14 @@ void QueueAnswer(const CValue& answer) { TheHost().answers.push_back(answer); }
 void ClearAnswers() {
     TheHost().answers.clear();
     TheHost().questions.clear();
+    TheHost().messageBoxes.clear();
 }
 
 std::size_t PendingAnswers() { return TheHost().answers.size(); }
 
 const std::vector<std::wstring>& Questions() { return TheHost().questions; }
+
+const std::vector<MessageBoxRecord>& MessageBoxes() { return TheHost().messageBoxes; }
 
 void SetInstallationPath(int kind, const std::wstring& path) { TheHost().installPaths[kind] = path; }
 

@@ -25,6 +25,8 @@ void ClearAnswers();
 std::size_t PendingAnswers();
 // Every question asked, as "<kind>: <text>" ("MsgBox: ...", "PickObject: ...", ...).
 const std::vector<std::wstring>& Questions();
+// Every message box shown since the last ClearAnswers: text, caption, flags and the answer.
+const std::vector<MessageBoxRecord>& MessageBoxes();
 
 // --- Installation locations (1 user, 2 shared, 3 factory, 4 data root).
 void SetInstallationPath(int kind, const std::wstring& path);

@@ -424,17 +424,15 @@ using namespace orvhost;
 
 // --- UIToolkit -------------------------------------------------------------------------------------
 
-CStatus UIToolkit::MsgBox(const CString& text, long flags, const CString& caption, long& result) const {
-    (void)caption;  // every box of the plug-in has the same caption; the text is the question
+namespace {
+
+long AnswerMsgBox(const CString& text, long flags) {
     const std::vector<long> buttons = Buttons(flags);
     bool answered = false;
     const CValue answer = AskQuestion(L"MsgBox", text.GetWideString(), answered);
-    result = buttons.front();
-    if (!answered) return CStatus::OK;
-    if (answer.IsEmpty()) {
-        result = CancelButton(flags);
-        return CStatus::OK;
-    }
+    const long first = buttons.front();
+    if (!answered) return first;
+    if (answer.IsEmpty()) return CancelButton(flags);
     long button = 0;
     bool fits = ButtonOf(answer, button);
     if (fits) {
@@ -446,11 +444,19 @@ CStatus UIToolkit::MsgBox(const CString& text, long flags, const CString& captio
         for (long b : buttons) names += (names.empty() ? L"" : L", ") + ButtonName(b);
         TheHost().Log(L"MsgBox: the scripted answer \"" + std::wstring(answer.GetAsText().GetWideString()) +
                           L"\" is not a button of this box (" + names + L"); it answers " +
-                          ButtonName(buttons.front()) + L".",
+                          ButtonName(first) + L".",
                       ovWarning);
-        return CStatus::OK;
+        return first;
     }
-    result = button;
+    return button;
+}
+
+}  // namespace
+
+CStatus UIToolkit::MsgBox(const CString& text, long flags, const CString& caption, long& result) const {
+    result = AnswerMsgBox(text, flags);
+    TheHost().messageBoxes.push_back(
+        MessageBoxRecord{text.GetWideString(), caption.GetWideString(), flags, result});
     return CStatus::OK;
 }
 

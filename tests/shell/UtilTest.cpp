@@ -589,6 +589,25 @@ TEST_F(ShellTest, AlertShowsABoxWithAnOkButtonOnly) {
     EXPECT_EQ(orvhost::Questions(), (std::vector<std::wstring>{L"MsgBox: Select a valid model."}));
 }
 
+TEST_F(ShellTest, AlertShowsAnExclamationBoxTitledZUKRetarget) {
+    Util::alert(L"Select a valid model.");
+    const auto& boxes = orvhost::MessageBoxes();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].text, L"Select a valid model.");
+    EXPECT_EQ(boxes[0].caption, L"ZUKRetarget");
+    EXPECT_EQ(boxes[0].flags, 48);
+}
+
+TEST_F(ShellTest, QueryYesNoAsksAYesNoQuestionTitledZUKRetarget) {
+    orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgNo)));
+    Util::QueryYesNo(L"Overwrite?");
+    const auto& boxes = orvhost::MessageBoxes();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].caption, L"ZUKRetarget");
+    EXPECT_EQ(boxes[0].flags, 36);
+    EXPECT_EQ(boxes[0].result, ORV::ovMsgNo);
+}
+
 TEST_F(ShellTest, QueryYesNoIsTrueUnlessTheAnswerIsNo) {
     orvhost::QueueAnswer(ORV::CValue(static_cast<int>(ORV::ovMsgNo)));
     EXPECT_FALSE(Util::QueryYesNo(L"Overwrite?"));
