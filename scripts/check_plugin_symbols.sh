@@ -8,8 +8,8 @@ bad=$(nm -D -C --undefined-only "$lib" | awk '{ $1=""; sub(/^ /, ""); print }' |
   grep -v -E '@GLIBC|@CXXABI|@GLIBCXX|@GCC|^_ITM_|^__gmon_start__|^_Jv_RegisterClasses|^__cxa_finalize' || true)
 # Undefined symbols with a version tag belong to the C/C++ runtimes; what remains is foreign.
 if [ -n "$bad" ]; then
-  echo "libtrovo.so needs symbols outside the SDK and the runtimes:"
+  echo "$(basename "$lib") needs symbols outside the SDK and the runtimes:"
   echo "$bad"
   exit 1
 fi
-echo "libtrovo.so needs nothing outside the SDK and the runtimes"
+echo "$(basename "$lib") needs nothing outside the SDK and the runtimes"

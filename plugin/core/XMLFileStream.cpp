@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <cstring>
+
+#include <sys/stat.h>
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/framework/LocalFileFormatTarget.hpp>
 #include <xercesc/framework/LocalFileInputSource.hpp>
@@ -160,10 +162,14 @@ void XMLFileStream::ReadDOMTree() {
         parser->setDoNamespaces(false);
         parser->setDoSchema(false);
         parser->setCreateEntityReferenceNodes(false);
+        // The XML library loses a reader's buffer when it is handed a folder; a folder is
+        // refused here as the one error the parser would report for it.
+        struct stat info;
+        const bool folder = ::stat(path.GetAsciiString(), &info) == 0 && S_ISDIR(info.st_mode);
         XMLStringConverter file(path.GetAsciiString());
         LocalFileInputSource source(file);
-        parser->parse(source);
-        const XMLSize_t count = parser->getErrorCount();
+        if (!folder) parser->parse(source);
+        const XMLSize_t count = folder ? 1 : parser->getErrorCount();
         ok = count == 0;
         if (count > 0) AddError(L"Parsing " + path + L" error count: " + intText(static_cast<int>(count)));
     } catch (const XMLException& e) {
