@@ -217,6 +217,9 @@ struct OperatorItem : Item {
 
 // Operators connected with an output on `target`, in the order they run.
 std::vector<OperatorItem*> OperatorsWriting(const Item* target);
+// Whether any connected operator writes the item; allocates nothing (evaluation asks it per
+// parameter per read).
+bool HasOperatorsWriting(const Item* target);
 // Runs an operator at a time for the output `target` whose value before the operator is
 // `before`. Gives whether the operator wrote that output, and what. A read that comes back to
 // a running operator gets false: the value without it.

@@ -125,6 +125,7 @@ bool CacheHit(double time, std::uint64_t revision, std::uint64_t pass, bool isVo
 // A parameter's value from its own value, its source, and operators that write it.
 CValue DrivenValue(ParamItem* p, double time) {
     CValue v = SourceValue(p, time);
+    if (!HasOperatorsWriting(p)) return v;
     for (OperatorItem* op : OperatorsWriting(p)) {
         OperatorItem::Result r;
         if (RunOperatorFor(op, p, time, r)) v = r.value;
@@ -234,9 +235,9 @@ bool ApplyGlobalSources(Object3D* obj, double time, CTransformation& global) {
     bool decomposed = false;
     const MATH::RotationOrder order = Order(obj, time);
     for (ParamItem* p : g->params) {
+        if (!p->source && !HasOperatorsWriting(p)) continue;  // the common case, kept cheap
         const int i = TransformIndex(p->name);
         if (i < 0) continue;
-        if (!p->source && OperatorsWriting(p).empty()) continue;
         if (!decomposed) {
             ToValues(global, order, v);
             decomposed = true;

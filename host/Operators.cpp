@@ -144,6 +144,19 @@ std::vector<OperatorItem*> OperatorsWriting(const Item* target) {
     return out;
 }
 
+bool HasOperatorsWriting(const Item* target) {
+    if (!target) return false;
+    for (const auto& o : target->owned)
+        if ((o->classId == ovCustomOperatorID || o->classId == ovScriptedOperatorID) &&
+            static_cast<const OperatorItem*>(o.get())->connected)
+            return true;
+    auto range = ExtraOutputs().equal_range(target->id);
+    for (auto it = range.first; it != range.second; ++it)
+        if (auto* op = dynamic_cast<OperatorItem*>(TheStore().Resolve(it->second)))
+            if (op->connected) return true;
+    return false;
+}
+
 OperatorItem* RunningOperator() { return RunningStack().empty() ? nullptr : RunningStack().back(); }
 
 void InitOperator(OperatorItem* op) {
