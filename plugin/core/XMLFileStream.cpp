@@ -401,48 +401,48 @@ bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& n
     return false;
 }
 
-bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name,
-                                      ORV::MATH::CVector3& out) {
+namespace {
+
+// Reads an attribute of `count` comma-separated numbers; a wrong count is an error naming the
+// type that was expected.
+bool readNumbers(XMLFileStream& stream, DOMElement* element, const ORV::CString& name,
+                 const wchar_t* typeName, long count, double* out) {
     ORV::CString text;
-    if (!GetAttributeValue(element, name, text)) return false;
+    if (!stream.GetAttributeValue(element, name, text)) return false;
     const ORV::CStringArray parts = text.Split(L",");
-    if (parts.GetCount() != 3) {
-        AddError(L"Error reading CVector3 Attribute : <" + name + L"> not found under : " +
-                 GetNodeName(element));
+    if (parts.GetCount() != count) {
+        stream.AddError(L"Error reading " + ORV::CString(typeName) + L" Attribute : <" + name +
+                        L"> not found under : " + stream.GetNodeName(element));
         return false;
     }
-    out.Set(toDouble(parts[0]), toDouble(parts[1]), toDouble(parts[2]));
+    for (long i = 0; i < count; ++i) out[i] = toDouble(parts[i]);
+    return true;
+}
+
+}  // namespace
+
+bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name,
+                                      ORV::MATH::CVector3& out) {
+    double v[3];
+    if (!readNumbers(*this, element, name, L"CVector3", 3, v)) return false;
+    out.Set(v[0], v[1], v[2]);
     return true;
 }
 
 bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name,
                                       ORV::MATH::CRotation& out) {
-    ORV::CString text;
-    if (!GetAttributeValue(element, name, text)) return false;
-    const ORV::CStringArray parts = text.Split(L",");
-    if (parts.GetCount() != 4) {
-        AddError(L"Error reading CRotation Attribute : <" + name + L"> not found under : " +
-                 GetNodeName(element));
-        return false;
-    }
-    const ORV::MATH::CVector3 axis(toDouble(parts[0]), toDouble(parts[1]), toDouble(parts[2]));
-    out.SetFromAxisAngle(axis, toDouble(parts[3]));
+    double v[4];
+    if (!readNumbers(*this, element, name, L"CRotation", 4, v)) return false;
+    out.SetFromAxisAngle(ORV::MATH::CVector3(v[0], v[1], v[2]), v[3]);
     return true;
 }
 
 bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name,
                                       ORV::MATH::CTransformation& out) {
-    ORV::CString text;
-    if (!GetAttributeValue(element, name, text)) return false;
-    const ORV::CStringArray parts = text.Split(L",");
-    if (parts.GetCount() != 7) {
-        AddError(L"Error reading CTransformation Attribute : <" + name + L"> not found under : " +
-                 GetNodeName(element));
-        return false;
-    }
-    const ORV::MATH::CVector3 axis(toDouble(parts[0]), toDouble(parts[1]), toDouble(parts[2]));
-    out.SetRotationFromAxisAngle(axis, toDouble(parts[3]));
-    out.SetTranslationFromValues(toDouble(parts[4]), toDouble(parts[5]), toDouble(parts[6]));
+    double v[7];
+    if (!readNumbers(*this, element, name, L"CTransformation", 7, v)) return false;
+    out.SetRotationFromAxisAngle(ORV::MATH::CVector3(v[0], v[1], v[2]), v[3]);
+    out.SetTranslationFromValues(v[4], v[5], v[6]);
     return true;
 }
 

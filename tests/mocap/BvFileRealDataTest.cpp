@@ -18,6 +18,7 @@
 
 #include "mocap/BvFile.h"
 #include "mocap/Mocap.h"
+#include "RealBvhFiles.h"
 
 namespace {
 
@@ -161,25 +162,7 @@ double Height(const std::vector<Mat4>& g) {
     return std::max({hi[0] - lo[0], hi[1] - lo[1], hi[2] - lo[2]});
 }
 
-struct Case {
-    const char* path;
-    int joints;
-    int frames;
-};
-
-const Case kFiles[] = {
-    {"bvh/cmu_mb2010/02_01.bvh", 31, 344},
-    {"bvh/cmu_mb2010/02_03.bvh", 31, 174},
-    {"bvh/cmu_mb2010/02_04.bvh", 31, 484},
-    {"bvh/cmu_mb2010/07_05.bvh", 31, 518},
-    {"bvh/cmu_mb2010/09_06.bvh", 31, 142},
-    {"bvh/cmu_mb2008/01_01.bvh", 31, 2752},
-    {"bvh/cmu_3dsmax/01_01.bvh", 31, 2751},
-    {"bvh/other_rokoko_mixamo_preset/jesse_dance.bvh", 60, 1007},
-    {"bvh/other_fair_animdrawings/dab.bvh", 27, 339},
-};
-
-void PrintTo(const Case& c, std::ostream* os) { *os << c.path; }
+using Case = bvhtest::RealBvhFile;
 
 class BvFileRealData : public ::testing::TestWithParam<Case> {};
 
@@ -229,7 +212,7 @@ TEST_P(BvFileRealData, JointsStandWhereIndependentForwardKinematicsPutsThem) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(AllFiles, BvFileRealData, ::testing::ValuesIn(kFiles), [](const auto& info) {
+INSTANTIATE_TEST_SUITE_P(AllFiles, BvFileRealData, ::testing::ValuesIn(bvhtest::kRealBvhFiles), [](const auto& info) {
     std::string name = info.param.path;
     name = name.substr(4, name.size() - 8);  // drop "bvh/" and ".bvh"
     for (char& ch : name)

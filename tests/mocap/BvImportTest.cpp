@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "HostTesting.h"
+#include "RealBvhFiles.h"
 #include "TempFile.h"
 #include "mocap/BvImport.h"
 #include "mocap/Mocap.h"
@@ -126,27 +127,12 @@ TEST(BvImport, ExtractMocapDataWithAValueThatDoesNotScanIsNull) {
 }
 
 TEST(BvImport, ExtractMocapDataReadsEveryRealFile) {
-    const struct {
-        const char* path;
-        int nodes;
-        int frames;
-    } files[] = {
-        {"bvh/cmu_mb2010/02_01.bvh", 31, 344},
-        {"bvh/cmu_mb2010/02_03.bvh", 31, 174},
-        {"bvh/cmu_mb2010/02_04.bvh", 31, 484},
-        {"bvh/cmu_mb2010/07_05.bvh", 31, 518},
-        {"bvh/cmu_mb2010/09_06.bvh", 31, 142},
-        {"bvh/cmu_mb2008/01_01.bvh", 31, 2752},
-        {"bvh/cmu_3dsmax/01_01.bvh", 31, 2751},
-        {"bvh/other_rokoko_mixamo_preset/jesse_dance.bvh", 60, 1007},
-        {"bvh/other_fair_animdrawings/dab.bvh", 27, 339},
-    };
-    for (const auto& f : files) {
+    for (const auto& f : bvhtest::kRealBvhFiles) {
         const std::string path = std::string(TROVO_TEST_DATA) + "/" + f.path;
         std::unique_ptr<MocapData> data(BvImport::extractMocapData(ORV::CString(path.c_str()), ZUK::YUp));
         ASSERT_NE(nullptr, data) << f.path;
-        EXPECT_EQ(f.nodes, data->nodeCount) << f.path;
-        EXPECT_EQ(f.frames, data->nodes[f.nodes - 1].frameCount) << f.path;
+        EXPECT_EQ(f.joints, data->nodeCount) << f.path;
+        EXPECT_EQ(f.frames, data->nodes[f.joints - 1].frameCount) << f.path;
     }
 }
 
