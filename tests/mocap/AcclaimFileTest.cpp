@@ -997,4 +997,152 @@ TEST_F(AcclaimTest, RealPairsMatchTheAcclaimConventionAtFirstMiddleAndLastFrames
     }
 }
 
+// The same takes as BVH (CMU's 2010 conversion), compared joint by joint at every 10th frame.
+// The BVH holds one more frame in front (a T-pose), so AMC frame k is BVH frame k + 1. Units and
+// a fixed rotation between the files are taken out by the best similarity fit (Horn's
+// quaternion method, about the origin, since both files place the root in the same world). The
+// conversion leaves out the lengths of "thorax" and of both wrists (its Neck, shoulders, finger
+// bases and thumbs sit at the start of those bones, not their end), so the joints behind those
+// bones are reported on their own. The figures are printed, not asserted: they describe the
+// data, not the reader.
+struct JointPair {
+    const char* asfBone;  // the BVH joint stands at this bone's start
+    const char* bvhJoint;
+    bool behindADroppedBone;
+};
+
+const JointPair kJointPairs[] = {
+    {"root", "Hips", false},
+    {"lhipjoint", "LHipJoint", false},
+    {"lfemur", "LeftUpLeg", false},
+    {"ltibia", "LeftLeg", false},
+    {"lfoot", "LeftFoot", false},
+    {"ltoes", "LeftToeBase", false},
+    {"rhipjoint", "RHipJoint", false},
+    {"rfemur", "RightUpLeg", false},
+    {"rtibia", "RightLeg", false},
+    {"rfoot", "RightFoot", false},
+    {"rtoes", "RightToeBase", false},
+    {"lowerback", "LowerBack", false},
+    {"upperback", "Spine", false},
+    {"thorax", "Spine1", false},
+    {"lowerneck", "Neck", true},
+    {"upperneck", "Neck1", true},
+    {"head", "Head", true},
+    {"lclavicle", "LeftShoulder", true},
+    {"lhumerus", "LeftArm", true},
+    {"lradius", "LeftForeArm", true},
+    {"lwrist", "LeftHand", true},
+    {"lhand", "LeftFingerBase", true},
+    {"lfingers", "LeftHandIndex1", true},
+    {"lthumb", "LThumb", true},
+    {"rclavicle", "RightShoulder", true},
+    {"rhumerus", "RightArm", true},
+    {"rradius", "RightForeArm", true},
+    {"rwrist", "RightHand", true},
+    {"rhand", "RightFingerBase", true},
+    {"rfingers", "RightHandIndex1", true},
+    {"rthumb", "RThumb", true},
+};
+
+// Unit quaternion (w, x, y, z) of the rotation R that best carries each a onto its b, with the
+// scale s = sum(b . R a) / sum(|a|^2).
+void FitSimilarity(const std::vector<Vec3>& a, const std::vector<Vec3>& b, Mat3& rotation, double& scale) {
+    double s[3][3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
+    for (size_t i = 0; i < a.size(); ++i) {
+        const double av[3] = {a[i].x, a[i].y, a[i].z}, bv[3] = {b[i].x, b[i].y, b[i].z};
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 3; ++c) s[r][c] += av[r] * bv[c];
+    }
+    const double n[4][4] = {
+        {s[0][0] + s[1][1] + s[2][2], s[1][2] - s[2][1], s[2][0] - s[0][2], s[0][1] - s[1][0]},
+        {s[1][2] - s[2][1], s[0][0] - s[1][1] - s[2][2], s[0][1] + s[1][0], s[2][0] + s[0][2]},
+        {s[2][0] - s[0][2], s[0][1] + s[1][0], -s[0][0] + s[1][1] - s[2][2], s[1][2] + s[2][1]},
+        {s[0][1] - s[1][0], s[2][0] + s[0][2], s[1][2] + s[2][1], -s[0][0] - s[1][1] + s[2][2]}};
+    // Power iteration on N + cI, whose largest eigenvalue is N's largest shifted above all others.
+    double shift = 0;
+    for (const auto& row : n)
+        for (double v : row) shift += std::fabs(v);
+    double q[4] = {1, 0, 0, 0};
+    for (int it = 0; it < 5000; ++it) {
+        double next[4] = {0, 0, 0, 0};
+        for (int r = 0; r < 4; ++r) {
+            for (int c = 0; c < 4; ++c) next[r] += n[r][c] * q[c];
+            next[r] += shift * q[r];
+        }
+        const double len =
+            std::sqrt(next[0] * next[0] + next[1] * next[1] + next[2] * next[2] + next[3] * next[3]);
+        for (int r = 0; r < 4; ++r) q[r] = next[r] / len;
+    }
+    const double w = q[0], x = q[1], y = q[2], z = q[3];
+    rotation.m[0][0] = w * w + x * x - y * y - z * z, rotation.m[0][1] = 2 * (x * y - w * z),
+    rotation.m[0][2] = 2 * (x * z + w * y);
+    rotation.m[1][0] = 2 * (x * y + w * z), rotation.m[1][1] = w * w - x * x + y * y - z * z,
+    rotation.m[1][2] = 2 * (y * z - w * x);
+    rotation.m[2][0] = 2 * (x * z - w * y), rotation.m[2][1] = 2 * (y * z + w * x),
+    rotation.m[2][2] = w * w - x * x - y * y + z * z;
+    double num = 0, den = 0;
+    for (size_t i = 0; i < a.size(); ++i) {
+        const Vec3 ra = Apply(rotation, a[i]);
+        num += ra.x * b[i].x + ra.y * b[i].y + ra.z * b[i].z;
+        den += a[i].x * a[i].x + a[i].y * a[i].y + a[i].z * a[i].z;
+    }
+    scale = num / den;
+}
+
+TEST_F(AcclaimTest, SameTakeAsBvhReportsTheLargestJointDifference) {
+    for (const RealPair& pair : kRealPairs) {
+        std::unique_ptr<MocapData> amc(AcclaimFile::extractMocapData(
+            ORV::CString(DataPath(pair.asf).c_str()), ORV::CString(DataPath(pair.amc).c_str()), 1));
+        std::unique_ptr<MocapData> bvh(
+            ZUK::BvImport::extractMocapData(ORV::CString(DataPath(pair.bvh).c_str()), ZUK::YUp));
+        ASSERT_NE(nullptr, amc);
+        ASSERT_NE(nullptr, bvh);
+        ASSERT_EQ(pair.frames + 1, bvh->nodes[0].frameCount);
+        const double height = Height(Reference(ParseAsf(ReadText(DataPath(pair.asf))), {}, true));
+
+        // Joint positions of both readers, kept and dropped-bone joints apart.
+        std::vector<Vec3> a[2], b[2];
+        for (int k = 0; k < pair.frames; k += 10) {
+            amc->updateTransforms(k);
+            bvh->updateTransforms(k + 1);
+            for (const JointPair& j : kJointPairs) {
+                const ZUK::MocapNode* an = amc->findNode(ORV::CString(j.asfBone));
+                const ZUK::MocapNode* bn = bvh->findNode(ORV::CString(j.bvhJoint));
+                ASSERT_NE(nullptr, an);
+                ASSERT_NE(nullptr, bn);
+                const CVector3& ap = an->global.GetTranslation();
+                const CVector3& bp = bn->global.GetTranslation();
+                a[j.behindADroppedBone].push_back({ap.x, ap.y, ap.z});
+                b[j.behindADroppedBone].push_back({bp.x, bp.y, bp.z});
+            }
+        }
+        Mat3 rotation;
+        double scale = 1;
+        FitSimilarity(a[0], b[0], rotation, scale);
+        double largest[2] = {0, 0};
+        for (int set = 0; set < 2; ++set) {
+            for (size_t i = 0; i < a[set].size(); ++i) {
+                const Vec3 ra = Apply(rotation, a[set][i]);
+                const double dx = scale * ra.x - b[set][i].x, dy = scale * ra.y - b[set][i].y,
+                             dz = scale * ra.z - b[set][i].z;
+                largest[set] = std::max(largest[set], std::sqrt(dx * dx + dy * dy + dz * dz));
+            }
+        }
+        const double angle =
+            std::acos(std::min(1.0, (rotation.m[0][0] + rotation.m[1][1] + rotation.m[2][2] - 1) / 2));
+        std::printf(
+            "[ figures  ] %s vs %s: %zu joint pairs; fit scale %.6f, fit rotation %.4f degrees; largest "
+            "difference %.3g skeleton heights (joints with every bone in the BVH), %.3g (joints behind the "
+            "dropped thorax and wrist lengths); height %.3f\n",
+            pair.amc, pair.bvh, a[0].size() + a[1].size(), scale, angle / kDeg, largest[0] / height,
+            largest[1] / height, height);
+        RecordProperty(std::string(pair.amc) + " largest difference in skeleton heights",
+                       std::to_string(largest[0] / height));
+        // The fit must find the same world: near unit scale and no turn beyond a degree.
+        EXPECT_NEAR(1.0, scale, 0.05);
+        EXPECT_LT(angle / kDeg, 1.0);
+    }
+}
+
 }  // namespace
