@@ -1,5 +1,6 @@
 #include "mocap/AcclaimFile.h"
 
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -274,10 +275,16 @@ void AcclaimFile::extractInitData(InputStream& stream, int& count) {
     char* const current = stream.current;
     char* const previous = stream.previous;
     count = 0;
-    ORV::CString token;
-    while (!stream.atEnd()) {
-        stream >> token;
-        if (token == L"root") ++count;
+    if (!stream.buffer) return;
+    // The tokens of a string read, compared in place: a whole file of them needs no strings.
+    for (;;) {
+        stream.skipWhitespace();
+        if (stream.atEnd()) break;
+        const char* const start = stream.current;
+        while (stream.current < stream.end && *stream.current != '#' &&
+               !std::isspace(static_cast<unsigned char>(*stream.current)))
+            ++stream.current;
+        if (stream.current - start == 4 && std::memcmp(start, "root", 4) == 0) ++count;
     }
     stream.current = current;
     stream.previous = previous;
