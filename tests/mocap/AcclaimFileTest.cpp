@@ -311,6 +311,20 @@ TEST_F(AcclaimTest, UnknownSectionsAndBlockWordsAreSkipped) {
     EXPECT_EQ(3, asf->bones[2].dof[0]);
 }
 
+TEST_F(AcclaimTest, CarriageReturnLineEndsReadTheSame) {
+    std::string crlf;
+    for (char c : std::string(kAsf)) {
+        if (c == '\n') crlf += '\r';
+        crlf += c;
+    }
+    auto asf = Skeleton(crlf);
+    ASSERT_EQ(4, asf->boneCount);
+    EXPECT_EQ(1, asf->bones[2].parent);
+    EXPECT_EQ(0, asf->bones[3].parent);
+    EXPECT_TRUE(asf->bones[3].order == L"ZYX");
+    EXPECT_EQ(5, asf->bones[3].dof[1]);
+}
+
 TEST_F(AcclaimTest, FindBoneIsCaseSensitive) {
     auto asf = Skeleton(kAsf);
     EXPECT_EQ(2, asf->findBone(L"knee"));
