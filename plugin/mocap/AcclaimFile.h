@@ -43,7 +43,7 @@ public:
     static constexpr const wchar_t* MODEL_NAME = L"ASF";
     static constexpr const wchar_t* NULL_NAME = L"Acclaim";
     static constexpr int MAX_BONES = 500;
-    // Degrees to radians, as the Acclaim readers have always used it.
+    // Degrees to radians, to eleven places as written, not the full-precision value.
     static constexpr double DEGREES = 0.01745329252;
 
     // The whole ASF text, kept to store it on the model.
