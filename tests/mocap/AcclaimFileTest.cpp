@@ -1017,7 +1017,8 @@ TEST_F(AcclaimTest, RealPairsMatchTheAcclaimConventionAtFirstMiddleAndLastFrames
 // quaternion method, about the origin, since both files place the root in the same world). The
 // conversion leaves out the lengths of "thorax" and of both wrists (its Neck, shoulders, finger
 // bases and thumbs sit at the start of those bones, not their end), so the joints behind those
-// bones are reported on their own. The figures are printed, not asserted: they describe the
+// bones are reported on their own, and the upper-body bones that the BVH keeps whole are compared
+// as world vectors. The figures are printed, not asserted: they describe the
 // data, not the reader.
 struct JointPair {
     const char* asfBone;  // the BVH joint stands at this bone's start
@@ -1057,6 +1058,28 @@ const JointPair kJointPairs[] = {
     {"rhand", "RightFingerBase", true},
     {"rfingers", "RightHandIndex1", true},
     {"rthumb", "RThumb", true},
+};
+
+// Upper-body bones whose vector the BVH keeps whole: the bone runs from the first joint to the
+// second in both files, so their world vectors compare although the joints themselves are moved.
+struct SegmentPair {
+    const char* asfFrom;
+    const char* asfTo;
+    const char* bvhFrom;
+    const char* bvhTo;
+};
+
+const SegmentPair kSegmentPairs[] = {
+    {"lowerneck", "upperneck", "Neck", "Neck1"},
+    {"upperneck", "head", "Neck1", "Head"},
+    {"lclavicle", "lhumerus", "LeftShoulder", "LeftArm"},
+    {"lhumerus", "lradius", "LeftArm", "LeftForeArm"},
+    {"lradius", "lwrist", "LeftForeArm", "LeftHand"},
+    {"lhand", "lfingers", "LeftFingerBase", "LeftHandIndex1"},
+    {"rclavicle", "rhumerus", "RightShoulder", "RightArm"},
+    {"rhumerus", "rradius", "RightArm", "RightForeArm"},
+    {"rradius", "rwrist", "RightForeArm", "RightHand"},
+    {"rhand", "rfingers", "RightFingerBase", "RightHandIndex1"},
 };
 
 // Unit quaternion (w, x, y, z) of the rotation R that best carries each a onto its b, with the
@@ -1117,6 +1140,7 @@ TEST_F(AcclaimTest, SameTakeAsBvhReportsTheLargestJointDifference) {
 
         // Joint positions of both readers, kept and dropped-bone joints apart.
         std::vector<Vec3> a[2], b[2];
+        std::vector<Vec3> segA, segB;
         for (int k = 0; k < pair.frames; k += 10) {
             amc->updateTransforms(k);
             bvh->updateTransforms(k + 1);
@@ -1129,6 +1153,14 @@ TEST_F(AcclaimTest, SameTakeAsBvhReportsTheLargestJointDifference) {
                 const CVector3& bp = bn->global.GetTranslation();
                 a[j.behindADroppedBone].push_back({ap.x, ap.y, ap.z});
                 b[j.behindADroppedBone].push_back({bp.x, bp.y, bp.z});
+            }
+            for (const SegmentPair& sp : kSegmentPairs) {
+                const CVector3& a0 = amc->findNode(ORV::CString(sp.asfFrom))->global.GetTranslation();
+                const CVector3& a1 = amc->findNode(ORV::CString(sp.asfTo))->global.GetTranslation();
+                const CVector3& b0 = bvh->findNode(ORV::CString(sp.bvhFrom))->global.GetTranslation();
+                const CVector3& b1 = bvh->findNode(ORV::CString(sp.bvhTo))->global.GetTranslation();
+                segA.push_back({a1.x - a0.x, a1.y - a0.y, a1.z - a0.z});
+                segB.push_back({b1.x - b0.x, b1.y - b0.y, b1.z - b0.z});
             }
         }
         Mat3 rotation;
@@ -1143,14 +1175,21 @@ TEST_F(AcclaimTest, SameTakeAsBvhReportsTheLargestJointDifference) {
                 largest[set] = std::max(largest[set], std::sqrt(dx * dx + dy * dy + dz * dz));
             }
         }
+        double largestSegment = 0;
+        for (size_t i = 0; i < segA.size(); ++i) {
+            const Vec3 ra = Apply(rotation, segA[i]);
+            const double dx = scale * ra.x - segB[i].x, dy = scale * ra.y - segB[i].y,
+                         dz = scale * ra.z - segB[i].z;
+            largestSegment = std::max(largestSegment, std::sqrt(dx * dx + dy * dy + dz * dz));
+        }
         const double angle =
             std::acos(std::min(1.0, (rotation.m[0][0] + rotation.m[1][1] + rotation.m[2][2] - 1) / 2));
         std::printf(
             "[ figures  ] %s vs %s: %zu joint pairs; fit scale %.6f, fit rotation %.4f degrees; largest "
             "difference %.3g skeleton heights (joints with every bone in the BVH), %.3g (joints behind the "
-            "dropped thorax and wrist lengths); height %.3f\n",
+            "dropped thorax and wrist lengths), %.3g (upper-body bone vectors the BVH keeps); height %.3f\n",
             pair.amc, pair.bvh, a[0].size() + a[1].size(), scale, angle / kDeg, largest[0] / height,
-            largest[1] / height, height);
+            largest[1] / height, largestSegment / height, height);
         RecordProperty(std::string(pair.amc) + " largest difference in skeleton heights",
                        std::to_string(largest[0] / height));
         // The fit must find the same world: near unit scale and no turn beyond a degree.
