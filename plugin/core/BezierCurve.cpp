@@ -162,15 +162,23 @@ bool slopechanges(double* values, long from, long to, double tolerance) {
     return false;
 }
 
-double difference(CVector3& point, double* values, long from, long to, long offset) {
-    const double x = point.x - static_cast<double>(offset);
-    // The smallest i in from+1..to with i > x, found directly rather than by a walk: this runs
-    // 2916 times per search.
+namespace {
+
+// The body of difference, kept inline for the search, which calls it up to 2916 times. The
+// smallest i in from+1..to with i > x is found directly rather than by a walk.
+inline double VerticalDistance(double px, double py, const double* values, long from, long to, long offset) {
+    const double x = px - static_cast<double>(offset);
     if (!(x < static_cast<double>(to)) || from + 1 > to) return 0.0;
     const double above = std::floor(x) + 1.0;
     const long i = above > static_cast<double>(from + 1) ? static_cast<long>(above) : from + 1;
     const double onLine = values[i] - (values[i] - values[i - 1]) * (static_cast<double>(i) - x);
-    return std::fabs(point.y - onLine);
+    return std::fabs(py - onLine);
+}
+
+}  // namespace
+
+double difference(CVector3& point, double* values, long from, long to, long offset) {
+    return VerticalDistance(point.x, point.y, values, from, to, offset);
 }
 
 bool findBestFit(CVector3* points, double start, double end, double* values, double tolerance, long offset) {
@@ -181,25 +189,44 @@ bool findBestFit(CVector3* points, double start, double end, double* values, dou
     const double step = (end - start) / 30.0;
     const long from = static_cast<long>(start);
     const long to = static_cast<long>(end + 1.0);
-    static const double PARAMETERS[4] = {0.2, 0.4, 0.6, 0.8};
+
+    // The trial curve measured at u = 0.2, 0.4, 0.6, 0.8. Its x and y are summed in the same
+    // order as BezierCurve::evaluate (z plays no part here), with the p0 and p1 terms formed
+    // once per length of the first tangent.
+    struct Weights {
+        double b0, b1, b2, b3;
+    };
+    Weights w[4];
+    const double PARAMETERS[4] = {0.2, 0.4, 0.6, 0.8};
+    for (int k = 0; k < 4; ++k) {
+        const double u = PARAMETERS[k], v = 1.0 - u;
+        w[k] = Weights{v * v * v, 3.0 * u * v * v, 3.0 * u * u * v, u * u * u};
+    }
 
     double best = DBL_MAX;
-    BezierCurve trial(p0, p0, p3, p3);
     for (int i = 3; i < 30; ++i) {
         const double dx1 = i * step;
-        trial.points[1].Set(p0.x + dx1, p0.y + dx1 * slope1, p0.z);
+        const CVector3 p1(p0.x + dx1, p0.y + dx1 * slope1, p0.z);
+        double headX[4], headY[4];
+        for (int k = 0; k < 4; ++k) {
+            headX[k] = w[k].b0 * p0.x + w[k].b1 * p1.x;
+            headY[k] = w[k].b0 * p0.y + w[k].b1 * p1.y;
+        }
         for (int j = 3; j < 30; ++j) {
             const double dx2 = j * step;
-            trial.points[2].Set(p3.x - dx2, p3.y - dx2 * slope2, p3.z);
+            const CVector3 p2(p3.x - dx2, p3.y - dx2 * slope2, p3.z);
+            // The largest error; a pair already no better than the best is left early, which
+            // changes nothing, since only a smaller error is kept.
             double err = 0.0;
-            for (double u : PARAMETERS) {
-                CVector3 point = trial.evaluate(u);
-                const double e = difference(point, values, from, to, offset);
+            for (int k = 0; k < 4 && err < best; ++k) {
+                const double x = headX[k] + w[k].b2 * p2.x + w[k].b3 * p3.x;
+                const double y = headY[k] + w[k].b2 * p2.y + w[k].b3 * p3.y;
+                const double e = VerticalDistance(x, y, values, from, to, offset);
                 if (e > err) err = e;
             }
             if (err < best) {
-                points[1] = trial.points[1];
-                points[2] = trial.points[2];
+                points[1] = p1;
+                points[2] = p2;
                 best = err;
                 if (err < tolerance) return true;
             }

@@ -433,6 +433,17 @@ TEST(BezierKeyFit, FindBestFitStopsAtTheFirstLengthsWithinTolerance) {
     EXPECT_LT(err, best.error * 1.5);
 }
 
+TEST(BezierKeyFit, FindBestFitNeedsAnErrorStrictlyBelowTheTolerance) {
+    std::vector<double> v(11, 0.0);
+    CVector3 p[4] = {CVector3(0, 0, 0), CVector3(1, 0, 0), CVector3(9, 0, 0), CVector3(10, 0, 0)};
+    // Every pair is exact (all zero, no rounding), and 0 is not below 0: the search runs through
+    // and keeps the first.
+    EXPECT_FALSE(ZUK::findBestFit(p, 0.0, 10.0, v.data(), 0.0, 0));
+    EXPECT_NEAR(p[1].x, 1.0, 1e-12);
+    EXPECT_NEAR(p[2].x, 9.0, 1e-12);
+    EXPECT_TRUE(ZUK::findBestFit(p, 0.0, 10.0, v.data(), 1e-12, 0));
+}
+
 // --- Features -----------------------------------------------------------------------------------
 
 std::vector<long> Flagged(std::vector<double> v, double tolerance) {
