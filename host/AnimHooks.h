@@ -49,6 +49,9 @@ struct FCurveItem : Item {
     std::uint64_t nextSerial = 1;
     // Handles given out for keys, made on request; a removed key's handle is deleted with it.
     std::map<std::uint64_t, std::unique_ptr<FCurveKeyItem>> keyHandles;
+    // Set by the edits that take keys away, so that Changed() looks for handles to drop only
+    // then: a fit that adds keys and puts tangents one by one stays linear in the keys.
+    bool keysRemoved = false;
 
     // The value at a time (frames, subframes included). A curve without keys has no value of
     // its own: `has` is false then.
@@ -68,6 +71,8 @@ struct FCurveKeyItem : Item {
     FCurveKeyItem(FCurveItem* curve, std::uint64_t serial);
     FCurveItem* curve;
     std::uint64_t serial;
+    // The key's index when last found: tried first, since keys mostly stay where they are.
+    mutable long indexHint = -1;
     CurveKey* Key() const;
 };
 

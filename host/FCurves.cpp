@@ -22,8 +22,12 @@ FCurveKeyItem::FCurveKeyItem(FCurveItem* c, std::uint64_t s)
 }
 
 CurveKey* FCurveKeyItem::Key() const {
-    const long i = curve->IndexOfSerial(serial);
-    return i < 0 ? nullptr : &curve->keys[static_cast<std::size_t>(i)];
+    std::vector<CurveKey>& keys = curve->keys;
+    if (indexHint >= 0 && indexHint < static_cast<long>(keys.size()) &&
+        keys[static_cast<std::size_t>(indexHint)].serial == serial)
+        return &keys[static_cast<std::size_t>(indexHint)];
+    indexHint = curve->IndexOfSerial(serial);
+    return indexHint < 0 ? nullptr : &keys[static_cast<std::size_t>(indexHint)];
 }
 
 namespace {
@@ -141,11 +145,14 @@ void FCurveItem::Changed() {
     tangentsDirty = true;
     if (editDepth == 0) FixTangents();
     // Handles of keys that no longer exist go away with them.
-    for (auto it = keyHandles.begin(); it != keyHandles.end();) {
-        if (IndexOfSerial(it->first) < 0)
-            it = keyHandles.erase(it);
-        else
-            ++it;
+    if (keysRemoved) {
+        keysRemoved = false;
+        for (auto it = keyHandles.begin(); it != keyHandles.end();) {
+            if (IndexOfSerial(it->first) < 0)
+                it = keyHandles.erase(it);
+            else
+                ++it;
+        }
     }
     TheHost().Touch();
 }
@@ -446,6 +453,7 @@ CStatus FCurve::SetKeys(const CTimeArray& times, const CValueArray& values, bool
     }
     for (CurveKey& k : unique) k.serial = c->nextSerial++;
     c->keys.swap(unique);
+    c->keysRemoved = true;
     c->Changed();
     return CStatus::OK;
 }
@@ -454,9 +462,10 @@ CStatus FCurve::RemoveKeys(const CTime& from, const CTime& to, bool) {
     auto* c = Resolve<FCurveItem>(m_ref);
     if (!c) return Failed();
     const double f = static_cast<double>(from), t = static_cast<double>(to);
-    c->keys.erase(std::remove_if(c->keys.begin(), c->keys.end(),
-                                 [&](const CurveKey& k) { return InRange(k.time, f, t); }),
-                  c->keys.end());
+    const auto gone = std::remove_if(c->keys.begin(), c->keys.end(),
+                                     [&](const CurveKey& k) { return InRange(k.time, f, t); });
+    if (gone != c->keys.end()) c->keysRemoved = true;
+    c->keys.erase(gone, c->keys.end());
     c->Changed();
     return CStatus::OK;
 }

@@ -236,6 +236,36 @@ TEST_F(Curve, HandleOfARemovedKeyIsInvalid) {
     EXPECT_NE(k.PutRightTanX(1.0), CStatus::OK);
 }
 
+TEST_F(Curve, HandlesOfKeysReplacedBySetKeysAreInvalid) {
+    ASSERT_EQ(curve.AddKey(CTime(1.0), CValue(1.0)), CStatus::OK);
+    FCurveKey k = curve.GetKeyAtIndex(0);
+    CTimeArray times;
+    CValueArray values;
+    times.Add(CTime(1.0));
+    values.Add(CValue(5.0));
+    ASSERT_EQ(curve.SetKeys(times, values), CStatus::OK);
+    EXPECT_FALSE(k.IsValid());
+    EXPECT_TRUE(curve.GetKeyAtIndex(0).IsValid());
+}
+
+// A handle follows its key when keys are added before it, removed before it, or the key
+// itself is edited many times.
+TEST_F(Curve, HandleFollowsItsKeyWhenOtherKeysComeAndGo) {
+    ASSERT_EQ(curve.AddKey(CTime(10.0), CValue(1.0)), CStatus::OK);
+    ASSERT_EQ(curve.AddKey(CTime(20.0), CValue(2.0)), CStatus::OK);
+    FCurveKey k = curve.GetKey(CTime(20.0));
+    EXPECT_EQ(k.GetIndex(), 1);
+    for (int i = 0; i < 5; ++i) ASSERT_EQ(curve.AddKey(CTime(i * 1.0), CValue(0.0)), CStatus::OK);
+    EXPECT_EQ(k.GetIndex(), 6);
+    EXPECT_EQ(k.PutRightTanY(3.0), CStatus::OK);
+    EXPECT_EQ(curve.GetKeyAtIndex(6).GetRightTanY(), 3.0);
+    ASSERT_EQ(curve.RemoveKeys(CTime(0.0), CTime(10.0)), CStatus::OK);
+    EXPECT_TRUE(k.IsValid());
+    EXPECT_EQ(k.GetIndex(), 0);
+    EXPECT_EQ(static_cast<double>(k.GetValue()), 2.0);
+    EXPECT_EQ(k.GetRightTanY(), 3.0);
+}
+
 TEST_F(Curve, KeyTimesKeepTheirOrder) {
     for (int i = 0; i < 3; ++i) ASSERT_EQ(curve.AddKey(CTime(i * 10.0), CValue(double(i))), CStatus::OK);
     FCurveKey mid = curve.GetKeyAtIndex(1);
