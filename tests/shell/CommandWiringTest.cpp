@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ShellTestSupport.h"
+#include "shell/Placeholder.h"
 
 namespace {
 
@@ -279,6 +280,24 @@ TEST_F(CommandWiring, LoadTROVOAdjustmentPresetFileCallsLoadPresetAtTheCurrentTi
     Exec(L"LoadTROVOAdjustmentPresetFile", {rig.GetRef(), S(L"run.adj")});
     EXPECT_EQ(log, Placeholder(L"LoadPreset", L"Rig, \"run.adj\", -4"));
     ExpectNoAnswer();
+}
+
+// ---- What a placeholder shows ---------------------------------------------------------------
+
+TEST_F(CommandWiring, PlaceholderCallShowsEveryKindOfValueAsAScriptWouldReadIt) {
+    ORV::X3DObject hips = AddNull(rig, L"Hips");
+    orvhost::ClearLog();
+    ZUK::logPlaceholderCall(L"Something", {hips.GetRef(), ORV::CRef(), S(L"a \"b\""), ORV::CValue("narrow"),
+                                           true, false, -12, 0.1, 1e300, 2.5f, ORV::CValue()});
+    ZUK::logPlaceholderCall(L"Nothing", {});
+    const std::vector<orvhost::LogEntry> entries = Log();
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[0].text,
+              L"Something was called with (Rig.Hips, (no object), \"a \"b\"\", \"narrow\", true, "
+              L"false, -12, 0.1, 1e+300, 2.5, (empty))");
+    EXPECT_EQ(entries[0].severity, 8);
+    EXPECT_EQ(entries[1].text, L"Nothing was called with ()");
+    EXPECT_EQ(entries[1].severity, 8);
 }
 
 }  // namespace
