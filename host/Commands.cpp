@@ -134,6 +134,8 @@ CStatus RunCommand(const std::wstring& name, const CValueArray& args, CValue& re
     result = CValue();
     if (const Builtin* b = FindBuiltin(name)) {
         if (CommandLogOn()) EchoCommand(b->name, args);
+        CStatus injected;
+        if (InjectedFailure(b->name, injected)) return injected;
         CValueArray work = args;
         const BuiltinCommand fn = b->fn;  // a command may register others; keep our own copy
         const CStatus st = fn(work, result);
@@ -146,6 +148,8 @@ CStatus RunCommand(const std::wstring& name, const CValueArray& args, CValue& re
     }
     if (CommandItem* c = FindPluginCommandNoCase(name)) {
         if (CommandLogOn() && !(c->flags & ovNoLogging)) EchoCommand(c->scriptName, args);
+        CStatus injected;
+        if (InjectedFailure(c->scriptName, injected)) return injected;
         return ExecutePluginCommand(c, args, result);
     }
     TheHost().Log(L"Unknown command \"" + name + L"\".", ovError);

@@ -550,6 +550,7 @@ KinematicState Kinematics::GetLocal() const {
 MATH::CTransformation KinematicState::GetTransform(double time) const {
     auto* s = Get<KineStateItem>(m_ref);
     if (!s) return MATH::CTransformation();
+    NoteTransformRead(s, time);
     return s->global ? GlobalTransform(s->object, time) : LocalTransform(s->object, time);
 }
 CStatus KinematicState::PutTransform(const MATH::CTransformation& t, double time) {

@@ -248,6 +248,10 @@ Host& TheHost();
 // hear their _Term first. Plug-ins stay loaded. The front end also ends its session with it.
 void ResetScene();
 
+// Notes a read of a kinematic state's transform for a TransformReadRecorder of HostTesting.h,
+// when one lives; nothing otherwise.
+void NoteTransformRead(const Item* state, double time);
+
 // Root of the active scene.
 Object3D* Root();
 Item* Project();

@@ -1,5 +1,6 @@
 // The host's own API for its front end and for tests: log capture, scripted answers,
-// installation locations, plug-in loading, scene files and the command table.
+// installation locations, plug-in loading, scene files, the command table, and observation
+// hooks for tests (transform reads, failing commands, curve data).
 #pragma once
 
 #include <string>
@@ -75,5 +76,57 @@ ORV::CStatus RunCommand(const std::wstring& name, const CValueArray& args, CValu
 void NewScene();
 bool OpenScene(const std::string& path, std::wstring& error);
 bool SaveScene(const std::string& path, std::wstring& error);
+
+// --- Transform reads. While a recorder lives, every read of a kinematic state's transform
+// through the SDK (KinematicState::GetTransform) is noted in order, with the time argument as
+// the caller gave it (1.7976931348623157e308 for "now"). A recorder made while another lives
+// takes over until it ends. Reads of the host's own evaluation are not noted.
+struct TransformRead {
+    std::wstring state;  // full name of the kinematic state: "Rig.Hips.kine.global"
+    double time = 0.0;
+};
+class TransformReadRecorder {
+public:
+    TransformReadRecorder();
+    ~TransformReadRecorder();
+    TransformReadRecorder(const TransformReadRecorder&) = delete;
+    TransformReadRecorder& operator=(const TransformReadRecorder&) = delete;
+
+    const std::vector<TransformRead>& Reads() const { return reads_; }
+    void Clear() { reads_.clear(); }
+
+private:
+    friend void NoteTransformRead(const Item* state, double time);
+    std::vector<TransformRead> reads_;
+    TransformReadRecorder* previous_ = nullptr;
+};
+
+// --- Failing commands. While a CommandFailure lives, the command of that name (as the command
+// table spells it, built-in or plug-in) answers `status` without running and leaves its result
+// empty; it is still echoed to the command log. For testing how callers treat a failure.
+class CommandFailure {
+public:
+    CommandFailure(const std::wstring& command, ORV::CStatus status);
+    ~CommandFailure();
+    CommandFailure(const CommandFailure&) = delete;
+    CommandFailure& operator=(const CommandFailure&) = delete;
+
+private:
+    std::wstring command_;
+};
+// The status a failing command answers; false when the command is not made to fail.
+bool InjectedFailure(const std::wstring& command, ORV::CStatus& status);
+
+// --- Curves. What X3DObject::AddNurbsCurve built an object's curve from.
+struct NurbsCurveData {
+    std::vector<ORV::MATH::CVector4> points;  // x, y, z, w
+    std::vector<double> knots;
+    bool closed = false;
+    int degree = 0;
+    int parametrization = 0;
+    int format = 0;
+};
+// False (and `out` emptied) when the object has no NURBS curve.
+bool GetNurbsCurveData(const CRef& object, NurbsCurveData& out);
 
 }  // namespace orvhost

@@ -1,5 +1,8 @@
 #include "live/RetargetOp.h"
 
+#include "shell/Placeholder.h"
+#include "shell/Util.h"
+
 namespace ZUK {
 
 namespace {
@@ -11,14 +14,26 @@ ORV::CStatus notBuilt(const wchar_t* what) {
 }
 }  // namespace
 
-bool RetargetOp::cleanupRetargetOp(ORV::Model) {
+const ORV::CString RetargetOp::DATA_NAME(L"ZUKRetargetOp");
+
+bool RetargetOp::cleanupRetargetOp(ORV::Model model) {
     app.LogMessage(L"cleanupRetargetOp is not built yet", 4);
+    logPlaceholderCall(L"cleanupRetargetOp", {model.GetRef()});
     return false;
 }
 
-bool RetargetOp::findFCurvesStartEnd(ORV::Model, int&, int&) {
-    app.LogMessage(L"findFCurvesStartEnd is not built yet", 4);
-    return false;
+bool RetargetOp::findFCurvesStartEnd(ORV::Model model, int& start, int& end) {
+    ORV::Property blob;
+    if (Util::findCustomPSet(model, DATA_NAME, blob)) {
+        // The range of a retargeted model comes from its live operator.
+        app.LogMessage(L"findFCurvesStartEnd is not built yet", 4);
+        logPlaceholderCall(L"findFCurvesStartEnd", {model.GetRef()});
+        return false;
+    }
+    start = 2147483647;
+    end = -2147483647;
+    Util::findStartEnd(model, start, end);
+    return start < end;
 }
 
 }  // namespace ZUK

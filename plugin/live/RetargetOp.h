@@ -7,6 +7,9 @@ namespace ZUK {
 
 class RetargetOp {
 public:
+    // Name of the blob on a retargeted model that holds its recorded motion.
+    static const ORV::CString DATA_NAME;
+
     // Removes a previous installation from `model`: operators, adjustment property and blob.
     // True if there was one.
     static bool cleanupRetargetOp(ORV::Model model);

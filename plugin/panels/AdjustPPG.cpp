@@ -1,5 +1,7 @@
 #include "panels/AdjustPPG.h"
 
+#include "shell/Placeholder.h"
+
 namespace ZUK {
 
 namespace {
@@ -22,10 +24,14 @@ void AdjustPPG::closePanel() {
     app.LogMessage(L"closePanel is not built yet", 4);
 }
 
-void AdjustPPG::SavePreset(ORV::Model, ORV::CString) { app.LogMessage(L"SavePreset is not built yet", 4); }
+void AdjustPPG::SavePreset(ORV::Model model, ORV::CString file) {
+    app.LogMessage(L"SavePreset is not built yet", 4);
+    logPlaceholderCall(L"SavePreset", {model.GetRef(), file});
+}
 
-void AdjustPPG::LoadPreset(ORV::Model, ORV::CString, double) {
+void AdjustPPG::LoadPreset(ORV::Model model, ORV::CString file, double time) {
     app.LogMessage(L"LoadPreset is not built yet", 4);
+    logPlaceholderCall(L"LoadPreset", {model.GetRef(), file, time});
 }
 
 }  // namespace ZUK

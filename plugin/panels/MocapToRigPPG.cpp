@@ -2,6 +2,8 @@
 
 #include <cwchar>
 
+#include "shell/Placeholder.h"
+
 namespace ZUK {
 
 namespace {
@@ -35,8 +37,9 @@ MocapToRigPPG::MocapToRigPPG(bool refresh) {
     app.LogMessage(L"MocapToRigPPG is not built yet", 4);
 }
 
-void MocapToRigPPG::flushRetargetData(ORV::Model) {
+void MocapToRigPPG::flushRetargetData(ORV::Model model) {
     app.LogMessage(L"flushRetargetData is not built yet", 4);
+    logPlaceholderCall(L"flushRetargetData", {model.GetRef()});
 }
 
 }  // namespace ZUK

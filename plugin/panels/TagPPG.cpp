@@ -1,5 +1,7 @@
 #include "panels/TagPPG.h"
 
+#include "shell/Placeholder.h"
+
 namespace ZUK {
 
 namespace {
@@ -13,33 +15,39 @@ ORV::CStatus notBuilt(const wchar_t* what) {
 
 const ORV::CString TagPPG::PROPERTY_NAME(L"TagPPG");
 
-bool TagPPG::SetTagValue(ORV::Model, ORV::CString, ORV::CString, int) {
+bool TagPPG::SetTagValue(ORV::Model model, ORV::CString tagName, ORV::CString tagValue, int tagType) {
     app.LogMessage(L"SetTagValue is not built yet", 4);
+    logPlaceholderCall(L"SetTagValue", {model.GetRef(), tagName, tagValue, tagType});
     return false;
 }
 
-bool TagPPG::ApplyTagPPGValuesToModel(ORV::Model) {
+bool TagPPG::ApplyTagPPGValuesToModel(ORV::Model model) {
     app.LogMessage(L"ApplyTagPPGValuesToModel is not built yet", 4);
+    logPlaceholderCall(L"ApplyTagPPGValuesToModel", {model.GetRef()});
     return false;
 }
 
-bool TagPPG::CleanTagsFromRig(ORV::Model) {
+bool TagPPG::CleanTagsFromRig(ORV::Model model) {
     app.LogMessage(L"CleanTagsFromRig is not built yet", 4);
+    logPlaceholderCall(L"CleanTagsFromRig", {model.GetRef()});
     return false;
 }
 
-bool TagPPG::SetStructureFile(ORV::Model, ORV::CString) {
+bool TagPPG::SetStructureFile(ORV::Model model, ORV::CString file) {
     app.LogMessage(L"SetStructureFile is not built yet", 4);
+    logPlaceholderCall(L"SetStructureFile", {model.GetRef(), file});
     return false;
 }
 
-bool TagPPG::SaveTagTemplateFile(ORV::Model, ORV::CString) {
+bool TagPPG::SaveTagTemplateFile(ORV::Model model, ORV::CString file) {
     app.LogMessage(L"SaveTagTemplateFile is not built yet", 4);
+    logPlaceholderCall(L"SaveTagTemplateFile", {model.GetRef(), file});
     return false;
 }
 
-bool TagPPG::LoadTagTemplateFile(ORV::Model, ORV::CString) {
+bool TagPPG::LoadTagTemplateFile(ORV::Model model, ORV::CString file) {
     app.LogMessage(L"LoadTagTemplateFile is not built yet", 4);
+    logPlaceholderCall(L"LoadTagTemplateFile", {model.GetRef(), file});
     return false;
 }
 

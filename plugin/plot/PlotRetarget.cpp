@@ -1,5 +1,7 @@
 #include "plot/PlotRetarget.h"
 
+#include "shell/Placeholder.h"
+
 namespace ZUK {
 
 namespace {
@@ -16,6 +18,9 @@ PlotRetarget::PlotRetarget(ORV::Model model_, bool preserve_, bool inflection_, 
       step(step_),
       model(model_) {}
 
-void PlotRetarget::plot() { app.LogMessage(L"plot is not built yet", 4); }
+void PlotRetarget::plot() {
+    app.LogMessage(L"plot is not built yet", 4);
+    logPlaceholderCall(L"plot", {model.GetRef(), preserve, inflection, interval, step, start, end});
+}
 
 }  // namespace ZUK

@@ -1,5 +1,7 @@
 #include "shell/Retarget.h"
 
+#include "shell/Placeholder.h"
+
 namespace ZUK {
 namespace Retarget {
 
@@ -7,38 +9,45 @@ namespace {
 ORV::Application app;
 }
 
-bool ModelToModel(ORV::Model, ORV::Model, int, int) {
+bool ModelToModel(ORV::Model source, ORV::Model target, int start, int end) {
     app.LogMessage(L"ModelToModel is not built yet", 4);
+    logPlaceholderCall(L"ModelToModel", {source.GetRef(), target.GetRef(), start, end});
     return false;
 }
 
-bool LoadBVHOnToModel(const ORV::CString&, const ORV::CString&, ORV::Model) {
+bool LoadBVHOnToModel(const ORV::CString& bvhFile, const ORV::CString& mapFile, ORV::Model target) {
     app.LogMessage(L"LoadBVHOnToModel is not built yet", 4);
+    logPlaceholderCall(L"LoadBVHOnToModel", {bvhFile, mapFile, target.GetRef()});
     return false;
 }
 
-bool LoadC3DOnToESR(const ORV::CString&, const ORV::CString&) {
+bool LoadC3DOnToESR(const ORV::CString& c3dFile, const ORV::CString& poseMapFile) {
     app.LogMessage(L"LoadC3DOnToESR is not built yet", 4);
+    logPlaceholderCall(L"LoadC3DOnToESR", {c3dFile, poseMapFile});
     return false;
 }
 
-bool ImportC3DFile(ORV::CString, int, bool, ORV::CString) {
+bool ImportC3DFile(ORV::CString c3dFile, int upDirection, bool createESR, ORV::CString structureFile) {
     app.LogMessage(L"ImportC3DFile is not built yet", 4);
+    logPlaceholderCall(L"ImportC3DFile", {c3dFile, upDirection, createESR, structureFile});
     return false;
 }
 
-bool SaveC3DPoseMapFile(ORV::Model, ORV::Model, const ORV::CString&) {
+bool SaveC3DPoseMapFile(ORV::Model c3dModel, ORV::Model esr, const ORV::CString& poseMapFile) {
     app.LogMessage(L"SaveC3DPoseMapFile is not built yet", 4);
+    logPlaceholderCall(L"SaveC3DPoseMapFile", {c3dModel.GetRef(), esr.GetRef(), poseMapFile});
     return false;
 }
 
-bool LoadTrovoFile(const ORV::CString&, ORV::Model, int) {
+bool LoadTrovoFile(const ORV::CString& file, ORV::Model target, int start) {
     app.LogMessage(L"LoadTrovoFile is not built yet", 4);
+    logPlaceholderCall(L"LoadTrovoFile", {file, target.GetRef(), start});
     return false;
 }
 
-bool SaveTrovoFile(ORV::Model, const ORV::CString&, int, int) {
+bool SaveTrovoFile(ORV::Model source, const ORV::CString& file, int start, int end) {
     app.LogMessage(L"SaveTrovoFile is not built yet", 4);
+    logPlaceholderCall(L"SaveTrovoFile", {source.GetRef(), file, start, end});
     return false;
 }
 

@@ -1,9 +1,11 @@
 // Scene events and menu items: the callbacks the host reaches by name outside of commands.
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "HostUI.h"
 #include "ShellTestSupport.h"
+#include "panels/AdjustPPG.h"
 #include "shell/Events.h"
 
 namespace {
@@ -97,6 +99,60 @@ TEST_F(ShellTest, GooseEvaluatesNestedRetargetedModelsToo) {
     before = orvhost::TheHost().scene->revision;
     ZUK::GooseAnyRetargetedModels();
     EXPECT_EQ(orvhost::TheHost().scene->revision, before);
+}
+
+// Scene events with panels open: the adjustment panel's model is process-wide, so every test
+// that sets it puts it back.
+class PanelsOpen : public ShellTest {
+protected:
+    void SetUp() override {
+        ShellTest::SetUp();
+        rig = AddModel(Root(), L"Rig");
+        AddCustomProperty(rig, L"RetargetAdjustPPG");
+    }
+    void TearDown() override { ZUK::AdjustPPG::m_currentModel = L""; }
+
+    static void OpenView(const wchar_t* name, const wchar_t* content) {
+        ORV::View view;
+        ORV::Application().GetDesktop().GetActiveLayout().CreateView(L"Property Panel", name, view);
+        view.PutAttributeValue(L"targetcontent", content);
+    }
+
+    static std::vector<std::pair<std::wstring, int>> Lines() {
+        std::vector<std::pair<std::wstring, int>> lines;
+        for (const orvhost::LogEntry& entry : Log()) {
+            lines.emplace_back(entry.text, entry.severity);
+        }
+        return lines;
+    }
+
+    ORV::Model rig;
+};
+
+TEST_F(PanelsOpen, SceneEventsCloseTheAdjustmentPanel) {
+    for (const wchar_t* event : {L"MyNewScene_OnEvent", L"MyOpenScene_OnEvent"}) {
+        ZUK::AdjustPPG::m_currentModel = L"Rig";
+        orvhost::ClearLog();
+        EXPECT_EQ(CallByName(event), ORV::CStatus::OK) << event;
+        EXPECT_EQ(Lines(), (std::vector<std::pair<std::wstring, int>>{{L"closePanel is not built yet", 4}}))
+            << event;
+    }
+}
+
+TEST_F(PanelsOpen, SceneEventsRefreshTheMocapPanelThenCloseTheAdjustmentAndOffsetPanels) {
+    OpenView(L"Mocap", L"Scene_Root.MocapToRig");
+    OpenView(L"Offsets", L"Rig.Hips.RotationOffsetPPG");
+    const std::vector<std::pair<std::wstring, int>> steps = {
+        {L"MocapToRigPPG is not built yet", 4},
+        {L"closePanel is not built yet", 4},
+        {L"closePanels is not built yet", 4},
+    };
+    for (const wchar_t* event : {L"MyNewScene_OnEvent", L"MyOpenScene_OnEvent"}) {
+        ZUK::AdjustPPG::m_currentModel = L"Rig";
+        orvhost::ClearLog();
+        EXPECT_EQ(CallByName(event), ORV::CStatus::OK) << event;
+        EXPECT_EQ(Lines(), steps) << event;
+    }
 }
 
 TEST_F(ShellTest, MenuItemsAlwaysAnswerOK) {

@@ -267,6 +267,31 @@ TEST_F(ShellTest, FindCustomOpFindsAnOperatorByNameOnThePath) {
     EXPECT_FALSE(Util::findCustomOp(local.GetFullName(), L"NoSuchOperator", op));
 }
 
+TEST_F(ShellTest, FindCustomOpConsidersOnlyCustomOperators) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::CustomOperator created(ORV::Application().GetFactory().CreateObject(L"RetargetOp"));
+    ORV::KinematicState local = model.GetKinematics().GetLocal();
+    created.AddOutputPort(local.GetRef());
+    created.AddInputPort(local.GetRef());
+    ASSERT_EQ(created.Connect(), ORV::CStatus::OK);
+    // Besides the operator, the kinematic state holds parameters, and the model a property
+    // named like an operator.
+    ORV::CustomProperty decoy = AddCustomProperty(model, L"RetargetOperator");
+    ASSERT_TRUE(decoy.IsValid());
+
+    ORV::CustomOperator op;
+    EXPECT_FALSE(Util::findCustomOp(local.GetFullName(), L"posx", op));
+    EXPECT_FALSE(op.IsValid());
+    EXPECT_FALSE(Util::findCustomOp(model.GetFullName(), L"RetargetOperator", op));
+    EXPECT_FALSE(op.IsValid());
+    // An empty name matches no operator, and so nothing at all.
+    EXPECT_FALSE(Util::findCustomOp(local.GetFullName(), L"", op));
+    EXPECT_FALSE(Util::findCustomOp(model.GetFullName(), L"", op));
+    EXPECT_FALSE(op.IsValid());
+    ASSERT_TRUE(Util::findCustomOp(local.GetFullName(), created.GetName(), op));
+    EXPECT_EQ(op, created);
+}
+
 // ---- FindStringInArray, SubString, CountSeparatingBones, getMasterNode ----------------------
 
 TEST_F(ShellTest, FindStringInArrayComparesExactlyWithCase) {
@@ -530,6 +555,25 @@ TEST_F(ShellTest, FrameSelectsEachCarrierByNameThenFramesAll) {
     EXPECT_EQ(Echoed(), (std::vector<std::wstring>{L"FrameAll()", L"DeselectAll()"}));
 }
 
+TEST_F(ShellTest, FrameAnswersTheStatusOfDeselectAll) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    AddCustomProperty(model, L"Marker");
+    for (const wchar_t* property : {L"Marker", L"Nothing"}) {
+        {
+            orvhost::CommandFailure failure(L"DeselectAll", ORV::CStatus::Fail);
+            EXPECT_EQ(Util::frame(property), ORV::CStatus::Fail) << property;
+        }
+        {
+            orvhost::CommandFailure failure(L"FrameAll", ORV::CStatus::Fail);
+            EXPECT_EQ(Util::frame(property), ORV::CStatus::OK) << property;
+        }
+        {
+            orvhost::CommandFailure failure(L"SelectObj", ORV::CStatus::InvalidArgument);
+            EXPECT_EQ(Util::frame(property), ORV::CStatus::OK) << property;
+        }
+    }
+}
+
 TEST_F(ShellTest, FrameSelectsNothingAfterwardsAndAnswersOK) {
     ORV::Model model = AddModel(Root(), L"Rig");
     AddCustomProperty(model, L"Marker");
@@ -777,7 +821,49 @@ TEST_F(ShellTest, ForceGlobalEvaluationOnAllNodesWritesTheModelsOwnPoseBack) {
     EXPECT_NEAR(angles.GetZ(), 0.3, 1e-12);
 }
 
+TEST_F(ShellTest, ForceGlobalEvaluationOnAllNodesReadsEveryObjectsGlobalPoseNowThenTheModels) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject hips = AddNull(model, L"Hips");
+    AddNull(hips, L"Spine");
+    AddNull(model, L"LeftLeg");
+    ORV::Model outside = AddModel(Root(), L"Outside");
+    AddNull(outside, L"Hips");
+    orvhost::TransformReadRecorder recorder;
+    Util::ForceGlobalEvaluationOnAllNodes(model);
+    std::vector<std::wstring> states;
+    for (const orvhost::TransformRead& read : recorder.Reads()) {
+        states.push_back(read.state);
+        EXPECT_EQ(read.time, DBL_MAX) << read.state;
+    }
+    EXPECT_EQ(states, (std::vector<std::wstring>{L"Rig.Hips.kine.global", L"Rig.Spine.kine.global",
+                                                 L"Rig.LeftLeg.kine.global", L"Rig.kine.global"}));
+}
+
 // ---- Drawing helpers ------------------------------------------------------------------------
+
+TEST_F(ShellTest, DrawLineBuildsAnOpenDegreeOneCurveOnKnotsZeroAndOne) {
+    ORV::Model model = AddModel(Root(), L"Rig");
+    ORV::X3DObject line = Util::drawLine(model, ORV::MATH::CVector3(1.0, 2.0, 3.0),
+                                         ORV::MATH::CVector3(-4.0, 5.0, -6.0), L"Link", 7);
+    orvhost::NurbsCurveData curve;
+    ASSERT_TRUE(orvhost::GetNurbsCurveData(line.GetRef(), curve));
+    ASSERT_EQ(curve.points.size(), 2u);
+    EXPECT_EQ(curve.points[0], ORV::MATH::CVector4(1.0, 2.0, 3.0, 1.0));
+    EXPECT_EQ(curve.points[1], ORV::MATH::CVector4(-4.0, 5.0, -6.0, 1.0));
+    EXPECT_EQ(curve.knots, (std::vector<double>{0.0, 1.0}));
+    EXPECT_FALSE(curve.closed);
+    EXPECT_EQ(curve.degree, 1);
+    EXPECT_EQ(curve.parametrization, 1);
+
+    // The line under the scene root is built the same way.
+    ORV::X3DObject up =
+        Util::drawLine(ORV::MATH::CVector3(0.0, 0.0, 0.0), ORV::MATH::CVector3(0.0, 1.0, 0.0), L"Up", 3);
+    ASSERT_TRUE(orvhost::GetNurbsCurveData(up.GetRef(), curve));
+    EXPECT_EQ(curve.knots, (std::vector<double>{0.0, 1.0}));
+    EXPECT_FALSE(curve.closed);
+    EXPECT_EQ(curve.degree, 1);
+    EXPECT_EQ(curve.parametrization, 1);
+}
 
 TEST_F(ShellTest, DrawLineMakesATwoPointCurveWithItsWireColour) {
     ORV::Model model = AddModel(Root(), L"Rig");

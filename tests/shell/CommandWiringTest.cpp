@@ -1,0 +1,303 @@
+// Which logic function each command reaches, with which values, and what it answers. Every
+// command is run as a script runs it, through Application::ExecuteCommand. While a function's
+// logic is still a placeholder, what it says (its "is not built yet" line and the values it
+// was called with) is the evidence; distinct values for every argument make a swap show.
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ShellTestSupport.h"
+#include "shell/Placeholder.h"
+
+namespace {
+
+using shelltest::ShellTest;
+
+using Lines = std::vector<std::pair<std::wstring, int>>;
+
+// The placeholder's two lines: its own at severity 4, the values it got at severity 8.
+Lines Placeholder(const std::wstring& function, const std::wstring& values) {
+    return {{function + L" is not built yet", 4}, {function + L" was called with (" + values + L")", 8}};
+}
+
+class CommandWiring : public ShellTest {
+protected:
+    void SetUp() override {
+        ShellTest::SetUp();
+        // A model made first, so that a command that takes "the first model" instead of its
+        // argument is caught.
+        AddModel(Root(), L"Decoy");
+        rig = AddModel(Root(), L"Rig");
+        other = AddModel(Root(), L"Other");
+    }
+
+    // Runs the command and keeps its status, answer and log.
+    void Exec(const wchar_t* command, std::initializer_list<ORV::CValue> values) {
+        ORV::CValueArray args;
+        for (const ORV::CValue& v : values) {
+            args.Add(v);
+        }
+        orvhost::ClearLog();
+        result = ORV::CValue();
+        status = Run(command, args, result);
+        log.clear();
+        for (const orvhost::LogEntry& entry : Log()) {
+            log.emplace_back(entry.text, entry.severity);
+        }
+    }
+
+    void ExpectBoolAnswer(bool expected) {
+        EXPECT_EQ(status, ORV::CStatus::OK);
+        ASSERT_EQ(result.GetType(), ORV::ovBool);
+        EXPECT_EQ(static_cast<bool>(result), expected);
+    }
+
+    void ExpectNoAnswer() {
+        EXPECT_EQ(status, ORV::CStatus::OK);
+        EXPECT_TRUE(result.IsEmpty());
+    }
+
+    ORV::Model rig;
+    ORV::Model other;
+    ORV::CStatus status;
+    ORV::CValue result;
+    Lines log;
+};
+
+ORV::CValue S(const wchar_t* text) { return ORV::CString(text); }
+
+// ---- Retarget drivers -----------------------------------------------------------------------
+
+TEST_F(CommandWiring, RetargetCallsModelToModelWithSourceTargetStartAndEnd) {
+    Exec(L"Retarget", {other.GetRef(), rig.GetRef(), 3, 7});
+    EXPECT_EQ(log, Placeholder(L"ModelToModel", L"Other, Rig, 3, 7"));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, RetargetBVHCallsLoadBVHOnToModelWithFileMapAndTarget) {
+    Exec(L"RetargetBVH", {rig.GetRef(), S(L"walk.bvh"), S(L"walk.map")});
+    EXPECT_EQ(log, Placeholder(L"LoadBVHOnToModel", L"\"walk.bvh\", \"walk.map\", Rig"));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, RetargetC3DDataCallsLoadC3DOnToESRWithFileAndMap) {
+    Exec(L"RetargetC3DData", {S(L"walk.c3d"), S(L"fit.c3dpose")});
+    EXPECT_EQ(log, Placeholder(L"LoadC3DOnToESR", L"\"walk.c3d\", \"fit.c3dpose\""));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, ImportC3DFileCallsImportC3DFileWithEveryArgument) {
+    Exec(L"ImportC3DFile", {S(L"walk.c3d"), 1, true, S(L"Biped.structure")});
+    EXPECT_EQ(log, Placeholder(L"ImportC3DFile", L"\"walk.c3d\", 1, true, \"Biped.structure\""));
+    ExpectBoolAnswer(false);
+
+    // Up direction 0 is a value, not a missing one; a false flag with its template.
+    Exec(L"ImportC3DFile", {S(L"run.c3d"), 0, false, S(L"Quad.structure")});
+    EXPECT_EQ(log, Placeholder(L"ImportC3DFile", L"\"run.c3d\", 0, false, \"Quad.structure\""));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, ImportC3DFileWithOnlyTheFileCallsImportC3DFileWithItsDefaults) {
+    Exec(L"ImportC3DFile", {S(L"walk.c3d")});
+    EXPECT_EQ(log, Placeholder(L"ImportC3DFile", L"\"walk.c3d\", 2, false, \"\""));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, SaveC3DPoseMapCallsSaveC3DPoseMapFileWithMarkersRigAndFile) {
+    Exec(L"SaveC3DPoseMap", {other.GetRef(), rig.GetRef(), S(L"fit.c3dpose")});
+    EXPECT_EQ(log, Placeholder(L"SaveC3DPoseMapFile", L"Other, Rig, \"fit.c3dpose\""));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, LoadTrovoFileCallsLoadTrovoFileWithFileTargetAndStart) {
+    Exec(L"LoadTrovoFile", {rig.GetRef(), S(L"walk.trovo"), 12});
+    EXPECT_EQ(log, Placeholder(L"LoadTrovoFile", L"\"walk.trovo\", Rig, 12"));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, LoadTrovoFileWithoutStartCallsLoadTrovoFileWithZero) {
+    Exec(L"LoadTrovoFile", {rig.GetRef(), S(L"walk.trovo")});
+    EXPECT_EQ(log, Placeholder(L"LoadTrovoFile", L"\"walk.trovo\", Rig, 0"));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, SaveTrovoFileCallsSaveTrovoFileWithModelFileStartAndEnd) {
+    Exec(L"SaveTrovoFile", {rig.GetRef(), S(L"out.trovo"), 5, 25});
+    EXPECT_EQ(log, Placeholder(L"SaveTrovoFile", L"Rig, \"out.trovo\", 5, 25"));
+    ExpectBoolAnswer(false);
+}
+
+// ---- Tag and structure commands -------------------------------------------------------------
+
+TEST_F(CommandWiring, SetTagValueCallsSetTagValueWithModelNameValueAndType) {
+    Exec(L"SetTagValue", {rig.GetRef(), S(L"LeftFoot"), S(L"Rig.LFoot"), 2});
+    EXPECT_EQ(log, Placeholder(L"SetTagValue", L"Rig, \"LeftFoot\", \"Rig.LFoot\", 2"));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, SaveTagTemplateFileCallsSaveTagTemplateFileWithModelAndFile) {
+    Exec(L"SaveTagTemplateFile", {rig.GetRef(), S(L"rig.tagt")});
+    EXPECT_EQ(log, Placeholder(L"SaveTagTemplateFile", L"Rig, \"rig.tagt\""));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, LoadTagTemplateFileCallsLoadTagTemplateFileWithModelAndTemplate) {
+    Exec(L"LoadTagTemplateFile", {rig.GetRef(), S(L"biped.tagt")});
+    EXPECT_EQ(log, Placeholder(L"LoadTagTemplateFile", L"Rig, \"biped.tagt\""));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, InheritRetargetSetupCallsLoadTagTemplateFileWithModelAndTemplate) {
+    Exec(L"InheritRetargetSetup", {rig.GetRef(), S(L"biped.tagt")});
+    EXPECT_EQ(log, Placeholder(L"LoadTagTemplateFile", L"Rig, \"biped.tagt\""));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, ApplyTagsToRigCallsApplyTagPPGValuesToModelWithTheModel) {
+    Exec(L"ApplyTagsToRig", {rig.GetRef()});
+    EXPECT_EQ(log, Placeholder(L"ApplyTagPPGValuesToModel", L"Rig"));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, CleanTagsFromRigCallsCleanTagsFromRigWithTheModel) {
+    Exec(L"CleanTagsFromRig", {rig.GetRef()});
+    EXPECT_EQ(log, Placeholder(L"CleanTagsFromRig", L"Rig"));
+    ExpectBoolAnswer(false);
+}
+
+TEST_F(CommandWiring, SetStructureFileCallsSetStructureFileWithModelAndFile) {
+    Exec(L"SetStructureFile", {rig.GetRef(), S(L"Biped.structure")});
+    EXPECT_EQ(log, Placeholder(L"SetStructureFile", L"Rig, \"Biped.structure\""));
+    ExpectBoolAnswer(false);
+}
+
+// ---- Frame range ----------------------------------------------------------------------------
+
+class FrameRange : public CommandWiring {
+protected:
+    void SetUp() override {
+        CommandWiring::SetUp();
+        // The rig's curves span frames 3 to 40; the other model's a wider range.
+        ORV::X3DObject hips = AddNull(rig, L"Hips");
+        ORV::X3DObject spine = AddNull(hips, L"Spine");
+        AddCurve(hips, L"posx", {3.0, 20.0});
+        AddCurve(spine, L"roty", {10.0, 40.5});
+        AddCurve(AddNull(other, L"Hips"), L"posx", {1.0, 90.0});
+    }
+
+    static void AddCurve(ORV::X3DObject object, const wchar_t* parameter,
+                         std::initializer_list<double> frames) {
+        ORV::FCurve curve;
+        object.GetKinematics().GetLocal().GetParameter(parameter).AddFCurve(ORV::ovStandardFCurve, curve);
+        double value = 0.0;
+        for (double frame : frames) {
+            curve.AddKey(ORV::CTime(frame), value);
+            value += 1.0;
+        }
+    }
+
+    void ExpectIntAnswer(int expected) {
+        EXPECT_EQ(status, ORV::CStatus::OK);
+        ASSERT_EQ(result.GetType(), ORV::ovInt4);
+        EXPECT_EQ(static_cast<int>(result), expected);
+    }
+};
+
+TEST_F(FrameRange, RetargetExtractStartFrameAnswersTheFirstKeyedFrameOfTheModel) {
+    Exec(L"RetargetExtractStartFrame", {rig.GetRef()});
+    ExpectIntAnswer(3);
+    EXPECT_TRUE(log.empty());
+}
+
+TEST_F(FrameRange, RetargetExtractEndFrameAnswersTheLastKeyedFrameOfTheModel) {
+    Exec(L"RetargetExtractEndFrame", {rig.GetRef()});
+    ExpectIntAnswer(40);
+    EXPECT_TRUE(log.empty());
+}
+
+TEST_F(FrameRange, FrameRangeOfAModelWhoseCurvesSpanOneFrameAnswersZero) {
+    ORV::Model still = AddModel(Root(), L"Still");
+    ORV::X3DObject hips = AddNull(still, L"Hips");
+    AddCurve(hips, L"posx", {6.0, 6.5});
+    for (const wchar_t* command : {L"RetargetExtractStartFrame", L"RetargetExtractEndFrame"}) {
+        Exec(command, {still.GetRef()});
+        ExpectIntAnswer(0);
+    }
+}
+
+TEST_F(FrameRange, FrameRangeOfARetargetedModelComesFromItsLiveOperator) {
+    ORV::Property blob;
+    ASSERT_EQ(rig.AddProperty(L"UserDataBlob", false, L"ZUKRetargetOp", blob), ORV::CStatus::OK);
+    for (const wchar_t* command : {L"RetargetExtractStartFrame", L"RetargetExtractEndFrame"}) {
+        Exec(command, {rig.GetRef()});
+        EXPECT_EQ(log, Placeholder(L"findFCurvesStartEnd", L"Rig")) << command;
+        ExpectIntAnswer(0);
+    }
+}
+
+// ---- Removing, plotting and presets ---------------------------------------------------------
+
+TEST_F(CommandWiring, RemoveAllTrovoPropsAndOpsCallsFlushRetargetDataWithTheModel) {
+    Exec(L"RemoveAllTrovoPropsAndOps", {rig.GetRef()});
+    EXPECT_EQ(log, Placeholder(L"flushRetargetData", L"Rig"));
+    ExpectNoAnswer();
+}
+
+TEST_F(CommandWiring, RemoveTROVOOperatorsCallsCleanupRetargetOpWithTheModel) {
+    Exec(L"RemoveTROVOOperators", {rig.GetRef()});
+    EXPECT_EQ(log, Placeholder(L"cleanupRetargetOp", L"Rig"));
+    ExpectNoAnswer();
+}
+
+TEST_F(CommandWiring, PlotRetargetMotionPlotsWithItsSevenArgumentsInOrder) {
+    // One flag on at a time, so that any exchange of two flags shows.
+    Exec(L"PlotRetargetMotion", {rig.GetRef(), true, false, false, 4, 10, 50});
+    EXPECT_EQ(log, Placeholder(L"plot", L"Rig, true, false, false, 4, 10, 50"));
+    ExpectNoAnswer();
+    Exec(L"PlotRetargetMotion", {rig.GetRef(), false, true, false, 2, -5, 30});
+    EXPECT_EQ(log, Placeholder(L"plot", L"Rig, false, true, false, 2, -5, 30"));
+    ExpectNoAnswer();
+    Exec(L"PlotRetargetMotion", {rig.GetRef(), false, false, true, 7, 1, 9});
+    EXPECT_EQ(log, Placeholder(L"plot", L"Rig, false, false, true, 7, 1, 9"));
+    ExpectNoAnswer();
+}
+
+TEST_F(CommandWiring, SaveTROVOAdjustmentPresetFileCallsSavePresetWithModelAndFile) {
+    Exec(L"SaveTROVOAdjustmentPresetFile", {rig.GetRef(), S(L"walk.adj")});
+    EXPECT_EQ(log, Placeholder(L"SavePreset", L"Rig, \"walk.adj\""));
+    ExpectNoAnswer();
+}
+
+TEST_F(CommandWiring, LoadTROVOAdjustmentPresetFileCallsLoadPresetAtTheCurrentTime) {
+    ORV::Property playControl(ORV::Application().GetActiveProject().GetProperties().GetItem(L"Play Control"));
+    // A frame that a float cannot hold exactly: the time goes through as a double.
+    playControl.PutParameterValue(L"Current", 17.3);
+    Exec(L"LoadTROVOAdjustmentPresetFile", {rig.GetRef(), S(L"walk.adj")});
+    EXPECT_EQ(log, Placeholder(L"LoadPreset", L"Rig, \"walk.adj\", 17.3"));
+    ExpectNoAnswer();
+
+    playControl.PutParameterValue(L"Current", -4.0);
+    Exec(L"LoadTROVOAdjustmentPresetFile", {rig.GetRef(), S(L"run.adj")});
+    EXPECT_EQ(log, Placeholder(L"LoadPreset", L"Rig, \"run.adj\", -4"));
+    ExpectNoAnswer();
+}
+
+// ---- What a placeholder shows ---------------------------------------------------------------
+
+TEST_F(CommandWiring, PlaceholderCallShowsEveryKindOfValueAsAScriptWouldReadIt) {
+    ORV::X3DObject hips = AddNull(rig, L"Hips");
+    orvhost::ClearLog();
+    ZUK::logPlaceholderCall(L"Something", {hips.GetRef(), ORV::CRef(), S(L"a \"b\""), ORV::CValue("narrow"),
+                                           true, false, -12, 0.1, 1e300, 2.5f, ORV::CValue()});
+    ZUK::logPlaceholderCall(L"Nothing", {});
+    const std::vector<orvhost::LogEntry> entries = Log();
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[0].text,
+              L"Something was called with (Rig.Hips, (no object), \"a \"b\"\", \"narrow\", true, "
+              L"false, -12, 0.1, 1e+300, 2.5, (empty))");
+    EXPECT_EQ(entries[0].severity, 8);
+    EXPECT_EQ(entries[1].text, L"Nothing was called with ()");
+    EXPECT_EQ(entries[1].severity, 8);
+}
+
+}  // namespace
