@@ -484,6 +484,18 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
     std::vector<unsigned char> bytes;
     if (!ReadBytes(path, bytes, error)) return nullptr;
 
+    // A binary glTF states its whole length in its first 12 bytes; a copy cut short says so
+    // more plainly than the reader's complaint about whichever chunk it meets first.
+    if (bytes.size() >= 12 && std::equal(bytes.begin(), bytes.begin() + 4, "glTF")) {
+        std::uint32_t declared = 0;
+        for (int i = 0; i < 4; ++i) declared |= static_cast<std::uint32_t>(bytes[8 + i]) << (8 * i);
+        if (declared > bytes.size()) {
+            error = L"the file is cut short: it declares " + std::to_wstring(declared) + L" bytes and holds " +
+                    std::to_wstring(bytes.size());
+            return nullptr;
+        }
+    }
+
     Assimp::Importer importer;
     ConfigureImporter(importer);
     const aiScene* scene = importer.ReadFile(path, 0);
@@ -601,8 +613,11 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
             KeyChannel(it->second, ch, tps, rate, first, last);
         }
         if (first <= last) {
-            SetPlayControlValue(L"In", std::floor(first + 1e-9));
-            SetPlayControlValue(L"Out", std::max(std::ceil(last - 1e-9), std::floor(first + 1e-9)));
+            // Whole frames around the keys; a key a hair off a whole frame (a file rate such as
+            // 1 / 0.0083333 against a scene at 120) counts as on it.
+            const double in = std::floor(first + 1e-3);
+            SetPlayControlValue(L"In", in);
+            SetPlayControlValue(L"Out", std::max(std::ceil(last - 1e-3), in));
         }
     }
 

@@ -1,0 +1,375 @@
+// Character import and export on the real glTF samples. Expected names, hierarchy, rest
+// transforms and animation samples are read here from the files' own JSON and binary chunk,
+// independently of Assimp.
+//
+// Budgets: rest transforms 1e-6 (the file's single-precision floats, composed in double);
+// animation samples 1e-5 (single-precision samples through Euler angles and back).
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "CharacterFiles.h"
+#include "HostTesting.h"
+
+using nlohmann::json;
+
+namespace {
+
+std::string Data(const std::string& rel) { return std::string(TROVO_TEST_DATA) + "/" + rel; }
+
+std::vector<unsigned char> ReadAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::uint32_t U32(const std::vector<unsigned char>& b, std::size_t at) {
+    return static_cast<std::uint32_t>(b[at]) | static_cast<std::uint32_t>(b[at + 1]) << 8 |
+           static_cast<std::uint32_t>(b[at + 2]) << 16 | static_cast<std::uint32_t>(b[at + 3]) << 24;
+}
+
+// A binary glTF taken apart: its JSON and its binary chunk.
+struct Glb {
+    json doc;
+    std::vector<unsigned char> bin;
+    bool ok = false;
+};
+
+Glb ReadGlb(const std::string& path) {
+    Glb g;
+    const std::vector<unsigned char> b = ReadAll(path);
+    if (b.size() < 20 || std::memcmp(b.data(), "glTF", 4) != 0 || U32(b, 4) != 2 || U32(b, 8) != b.size())
+        return g;
+    const std::uint32_t jsonLength = U32(b, 12);
+    if (U32(b, 16) != 0x4E4F534Au || 20 + static_cast<std::size_t>(jsonLength) > b.size()) return g;
+    g.doc = json::parse(b.begin() + 20, b.begin() + 20 + jsonLength, nullptr, false);
+    if (g.doc.is_discarded()) return g;
+    const std::size_t binAt = 20 + jsonLength;
+    if (binAt + 8 <= b.size()) {
+        const std::uint32_t binLength = U32(b, binAt);
+        if (U32(b, binAt + 4) != 0x004E4942u || binAt + 8 + binLength > b.size()) return g;
+        g.bin.assign(b.begin() + static_cast<long>(binAt) + 8, b.begin() + static_cast<long>(binAt + 8 + binLength));
+    }
+    g.ok = true;
+    return g;
+}
+
+int ComponentCount(const std::string& type) {
+    static const std::map<std::string, int> n = {{"SCALAR", 1}, {"VEC2", 2}, {"VEC3", 3},  {"VEC4", 4},
+                                                 {"MAT2", 4},   {"MAT3", 9}, {"MAT4", 16}};
+    const auto it = n.find(type);
+    return it == n.end() ? 0 : it->second;
+}
+
+int ComponentSize(int componentType) {
+    switch (componentType) {
+        case 5120:
+        case 5121:
+            return 1;
+        case 5122:
+        case 5123:
+            return 2;
+        default:
+            return 4;
+    }
+}
+
+// The float values of an accessor, element by element.
+std::vector<std::vector<double>> Floats(const Glb& g, int accessor) {
+    const json& a = g.doc["accessors"][accessor];
+    const json& v = g.doc["bufferViews"][a["bufferView"].get<int>()];
+    const int n = ComponentCount(a["type"]);
+    const std::size_t stride = v.value("byteStride", static_cast<std::size_t>(n) * 4);
+    const std::size_t base = v.value("byteOffset", 0u) + a.value("byteOffset", 0u);
+    std::vector<std::vector<double>> out;
+    for (int i = 0; i < a["count"].get<int>(); ++i) {
+        std::vector<double> e;
+        for (int k = 0; k < n; ++k) {
+            float f;
+            std::memcpy(&f, g.bin.data() + base + static_cast<std::size_t>(i) * stride + static_cast<std::size_t>(k) * 4, 4);
+            e.push_back(f);
+        }
+        out.push_back(e);
+    }
+    return out;
+}
+
+using Mat = std::array<double, 16>;  // column convention, m[r * 4 + c]
+
+Mat QuatMatrix(double x, double y, double z, double w) {
+    return {1 - 2 * (y * y + z * z), 2 * (x * y - z * w),     2 * (x * z + y * w),     0,
+            2 * (x * y + z * w),     1 - 2 * (x * x + z * z), 2 * (y * z - x * w),     0,
+            2 * (x * z - y * w),     2 * (y * z + x * w),     1 - 2 * (x * x + y * y), 0,
+            0,                       0,                       0,                       1};
+}
+
+// A node's rest transform as the file gives it: a matrix, or T * R * S.
+Mat RestOf(const json& node) {
+    Mat m{};
+    if (node.contains("matrix")) {
+        for (int c = 0; c < 4; ++c)
+            for (int r = 0; r < 4; ++r) m[r * 4 + c] = node["matrix"][c * 4 + r].get<double>();
+        return m;
+    }
+    std::vector<double> t = node.value("translation", std::vector<double>{0, 0, 0});
+    std::vector<double> q = node.value("rotation", std::vector<double>{0, 0, 0, 1});
+    std::vector<double> s = node.value("scale", std::vector<double>{1, 1, 1});
+    m = QuatMatrix(q[0], q[1], q[2], q[3]);
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) m[r * 4 + c] *= s[c];
+    m[3] = t[0], m[7] = t[1], m[11] = t[2];
+    return m;
+}
+
+// The host's row-form matrix of a transform, turned to the column convention.
+Mat Columns(const ORV::MATH::CTransformation& t) {
+    const std::array<double, 16> rows = t.GetMatrix4();
+    Mat m;
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 4; ++c) m[r * 4 + c] = rows[c * 4 + r];
+    return m;
+}
+
+// A node's name in the scene: the file's name, or the one Assimp gives an unnamed node, with
+// what a scene path cannot hold turned to underscores.
+std::string SceneName(const json& doc, int i) {
+    const json& n = doc["nodes"][i];
+    std::string name = n.contains("name") ? n["name"].get<std::string>() : "nodes[" + std::to_string(i) + "]";
+    for (char& c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '_') c = '_';
+    return name;
+}
+
+std::map<std::string, orvhost::Object3D*> ObjectsOf(orvhost::Object3D* model) {
+    std::map<std::string, orvhost::Object3D*> out;
+    orvhost::WalkObjects(model, true, [&](orvhost::Object3D* o) { out[ORV::CString(o->name).GetAsciiString()] = o; });
+    return out;
+}
+
+struct Sample {
+    std::string file;
+    int nodes;
+};
+
+class CharacterGltf : public ::testing::TestWithParam<Sample> {
+protected:
+    void SetUp() override {
+        orvhost::ResetScene();
+        orvhost::ClearLog();
+    }
+    void TearDown() override { orvhost::ResetScene(); }
+
+    orvhost::Object3D* Import(const std::string& path, bool animation, const std::wstring& name = L"",
+                              const std::wstring& animationName = L"") {
+        orvhost::CharacterImportOptions o;
+        o.animation = animation;
+        o.name = name;
+        o.animationName = animationName;
+        std::wstring error;
+        orvhost::Object3D* m = orvhost::ImportCharacter(path, o, error);
+        EXPECT_TRUE(m) << ORV::CString(error).GetAsciiString();
+        return m;
+    }
+};
+
+std::string TempPath(const std::string& name) {
+    return std::string(::testing::TempDir()) + "trovo_char_" + std::to_string(::getpid()) + "_" + name;
+}
+
+// `relative`: the budget scales with the value (numbers written as text with six significant
+// digits, as Assimp's FBX writer does).
+void ExpectSameMatrix(const Mat& a, const Mat& b, double tol, const std::string& what, bool relative = false) {
+    for (int i = 0; i < 16; ++i)
+        EXPECT_NEAR(a[i], b[i], relative ? tol * std::max(1.0, std::fabs(a[i])) : tol) << what << " element " << i;
+}
+
+}  // namespace
+
+TEST_P(CharacterGltf, JointNamesHierarchyAndRestPoseAreTheFiles) {
+    const Glb g = ReadGlb(Data(GetParam().file));
+    ASSERT_TRUE(g.ok);
+    orvhost::Object3D* model = Import(Data(GetParam().file), false);
+    ASSERT_TRUE(model);
+    const auto objects = ObjectsOf(model);
+    const json& nodes = g.doc["nodes"];
+    ASSERT_EQ(GetParam().nodes, static_cast<int>(nodes.size()));
+    EXPECT_EQ(nodes.size(), objects.size());
+    std::map<int, int> parentOf;
+    for (int i = 0; i < static_cast<int>(nodes.size()); ++i)
+        for (const json& c : nodes[i].value("children", json::array())) parentOf[c.get<int>()] = i;
+    const json& tops = g.doc["scenes"][g.doc.value("scene", 0)]["nodes"];
+    for (int i = 0; i < static_cast<int>(nodes.size()); ++i) {
+        const std::string name = SceneName(g.doc, i);
+        const auto it = objects.find(name);
+        ASSERT_NE(it, objects.end()) << name;
+        // One top node hangs under the model; several hang there side by side.
+        orvhost::Object3D* expectedParent = model;
+        if (parentOf.count(i)) expectedParent = objects.at(SceneName(g.doc, parentOf[i]));
+        EXPECT_EQ(expectedParent, it->second->parent3D) << name;
+        if (!parentOf.count(i)) {
+            EXPECT_NE(std::find(tops.begin(), tops.end(), i), tops.end()) << name;
+        }
+        ExpectSameMatrix(RestOf(nodes[i]), Columns(orvhost::LocalTransform(it->second, 1.0)), 1e-6, name);
+    }
+}
+
+TEST_P(CharacterGltf, EveryAnimationEvaluatesToTheFilesSamplesAtTheirTimes) {
+    const Glb g = ReadGlb(Data(GetParam().file));
+    ASSERT_TRUE(g.ok);
+    const double rate = 30.0;
+    for (const json& anim : g.doc["animations"]) {
+        orvhost::ResetScene();
+        const std::wstring animName = anim.contains("name") ? ORV::CString(anim["name"].get<std::string>().c_str()).GetWideString() : L"";
+        orvhost::Object3D* model = Import(Data(GetParam().file), true, L"", animName);
+        ASSERT_TRUE(model);
+        const auto objects = ObjectsOf(model);
+        int checked = 0;
+        for (const json& ch : anim["channels"]) {
+            const json& sampler = anim["samplers"][ch["sampler"].get<int>()];
+            ASSERT_EQ(sampler.value("interpolation", "LINEAR"), "LINEAR");
+            const std::string path = ch["target"]["path"];
+            orvhost::Object3D* obj = objects.at(SceneName(g.doc, ch["target"]["node"].get<int>()));
+            const auto times = Floats(g, sampler["input"].get<int>());
+            const auto values = Floats(g, sampler["output"].get<int>());
+            ASSERT_EQ(times.size(), values.size());
+            for (std::size_t k = 0; k < times.size(); ++k) {
+                const double frame = 1.0 + times[k][0] * rate;
+                const ORV::MATH::CTransformation t = orvhost::LocalTransform(obj, frame);
+                const std::string where = path + " of " + ORV::CString(obj->name).GetAsciiString() + " at " + std::to_string(frame);
+                if (path == "translation") {
+                    EXPECT_NEAR(values[k][0], t.GetTranslation().x, 1e-5) << where;
+                    EXPECT_NEAR(values[k][1], t.GetTranslation().y, 1e-5) << where;
+                    EXPECT_NEAR(values[k][2], t.GetTranslation().z, 1e-5) << where;
+                } else if (path == "scale") {
+                    EXPECT_NEAR(values[k][0], t.GetScaling().x, 1e-5) << where;
+                    EXPECT_NEAR(values[k][1], t.GetScaling().y, 1e-5) << where;
+                    EXPECT_NEAR(values[k][2], t.GetScaling().z, 1e-5) << where;
+                } else if (path == "rotation") {
+                    const auto& q = values[k];
+                    const double len = std::sqrt(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
+                    const Mat want = QuatMatrix(q[0] / len, q[1] / len, q[2] / len, q[3] / len);
+                    ORV::MATH::CTransformation r;
+                    r.SetRotation(t.GetRotation());
+                    ExpectSameMatrix(want, Columns(r), 1e-5, where);
+                }
+                ++checked;
+            }
+        }
+        EXPECT_GT(checked, 0);
+    }
+}
+
+TEST_P(CharacterGltf, GlbRoundTripKeepsHierarchyRestPoseAndMotion) {
+    const std::string out = TempPath("roundtrip.glb");
+    // The motion as the host evaluates it, at every frame of the imported range.
+    orvhost::Object3D* model = Import(Data(GetParam().file), true);
+    ASSERT_TRUE(model);
+    const double in = static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"In"), 1.0));
+    const double outFrame = static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"Out"), 1.0));
+    ASSERT_LT(in, outFrame);
+    std::map<std::string, std::vector<Mat>> motion;
+    for (const auto& [name, obj] : ObjectsOf(model))
+        for (double f = in; f <= outFrame; f += 1.0) motion[name].push_back(Columns(orvhost::LocalTransform(obj, f)));
+    std::wstring error;
+    ASSERT_TRUE(orvhost::ExportCharacter(out, model, orvhost::CharacterExportOptions(), error))
+        << ORV::CString(error).GetAsciiString();
+
+    // The written file holds together: magic, version 2, a JSON chunk that parses, and every
+    // accessor inside its buffer view, every view inside its buffer.
+    const Glb written = ReadGlb(out);
+    ASSERT_TRUE(written.ok);
+    EXPECT_EQ("2.0", written.doc["asset"]["version"]);
+    for (const json& v : written.doc["bufferViews"]) {
+        const std::size_t end = v.value("byteOffset", 0u) + v["byteLength"].get<std::size_t>();
+        EXPECT_LE(end, written.doc["buffers"][v.value("buffer", 0)]["byteLength"].get<std::size_t>());
+        EXPECT_LE(end, written.bin.size());
+    }
+    for (const json& a : written.doc["accessors"]) {
+        const json& v = written.doc["bufferViews"][a["bufferView"].get<int>()];
+        const std::size_t element = static_cast<std::size_t>(ComponentCount(a["type"]) * ComponentSize(a["componentType"]));
+        const std::size_t stride = v.value("byteStride", element);
+        const std::size_t count = a["count"];
+        ASSERT_GT(count, 0u);
+        EXPECT_LE(a.value("byteOffset", 0u) + (count - 1) * stride + element, v["byteLength"].get<std::size_t>());
+    }
+    ASSERT_EQ(1u, written.doc["animations"].size());
+
+    // Rest poses of the original and of the written file.
+    orvhost::ResetScene();
+    orvhost::Object3D* restA = Import(Data(GetParam().file), false, L"A");
+    orvhost::Object3D* restB = Import(out, false, L"B");
+    ASSERT_TRUE(restA && restB);
+    const auto a = ObjectsOf(restA), b = ObjectsOf(restB);
+    ASSERT_EQ(a.size(), b.size());
+    for (const auto& [name, obj] : a) {
+        ASSERT_TRUE(b.count(name)) << name;
+        EXPECT_EQ(obj->parent3D == restA, b.at(name)->parent3D == restB) << name;
+        if (obj->parent3D != restA) {
+            EXPECT_EQ(obj->parent3D->name, b.at(name)->parent3D->name) << name;
+        }
+        ExpectSameMatrix(Columns(orvhost::LocalTransform(obj, 1.0)), Columns(orvhost::LocalTransform(b.at(name), 1.0)),
+                         1e-6, name);
+    }
+
+    // The written motion starts at time 0, which imports at frame 1.
+    orvhost::ResetScene();
+    orvhost::Object3D* again = Import(out, true);
+    ASSERT_TRUE(again);
+    for (const auto& [name, obj] : ObjectsOf(again)) {
+        ASSERT_TRUE(motion.count(name)) << name;
+        const std::vector<Mat>& want = motion.at(name);
+        for (std::size_t k = 0; k < want.size(); ++k)
+            ExpectSameMatrix(want[k], Columns(orvhost::LocalTransform(obj, 1.0 + static_cast<double>(k))), 1e-5,
+                             name + " frame " + std::to_string(in + static_cast<double>(k)));
+    }
+    std::remove(out.c_str());
+}
+
+TEST_P(CharacterGltf, FbxAndColladaRoundTripsKeepJointNamesAndRestPose) {
+    for (const char* suffix : {"fbx", "dae"}) {
+        orvhost::ResetScene();
+        const std::string out = TempPath(std::string("roundtrip.") + suffix);
+        orvhost::Object3D* model = Import(Data(GetParam().file), true, L"A");
+        ASSERT_TRUE(model);
+        std::wstring error;
+        ASSERT_TRUE(orvhost::ExportCharacter(out, model, orvhost::CharacterExportOptions(), error))
+            << suffix << ": " << ORV::CString(error).GetAsciiString();
+        orvhost::ResetScene();
+        orvhost::Object3D* restA = Import(Data(GetParam().file), false, L"A");
+        orvhost::Object3D* restB = Import(out, false, L"B");
+        ASSERT_TRUE(restA && restB) << suffix;
+        const auto a = ObjectsOf(restA), b = ObjectsOf(restB);
+        EXPECT_EQ(a.size(), b.size()) << suffix;
+        for (const auto& [name, obj] : a) {
+            ASSERT_TRUE(b.count(name)) << suffix << " " << name;
+            if (obj->parent3D != restA) {
+                EXPECT_EQ(obj->parent3D->name, b.at(name)->parent3D->name) << suffix << " " << name;
+            }
+            ExpectSameMatrix(Columns(orvhost::LocalTransform(obj, 1.0)),
+                             Columns(orvhost::LocalTransform(b.at(name), 1.0)), 1e-5, std::string(suffix) + " " + name,
+                             std::string(suffix) == "fbx");
+        }
+        std::remove(out.c_str());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Samples, CharacterGltf,
+                         ::testing::Values(Sample{"gltf/RiggedSimple/RiggedSimple.glb", 5},
+                                           Sample{"gltf/RiggedFigure/RiggedFigure.glb", 22},
+                                           Sample{"gltf/Fox/Fox.glb", 26}),
+                         [](const auto& info) {
+                             std::string f = info.param.file;
+                             f = f.substr(f.rfind('/') + 1);
+                             return f.substr(0, f.find('.'));
+                         });
