@@ -146,11 +146,14 @@ VerbResult RunFile(const CliOptions& opt) {
         const auto& log = orvhost::LogEntries();
         for (std::size_t i = logBefore; i < log.size(); ++i) warned = warned || log[i].severity == ORV::ovWarning;
         const bool returnedFalse = result.GetType() == ORV::ovBool && !static_cast<bool>(result);
-        const char* reason = failed          ? "the command failed"
-                             : returnedFalse ? "the command returned false"
-                             : warned        ? "the command logged a warning"
-                                             : nullptr;
-        if (reason) return Say(kFailed, "stopped at " + where + " (" + l.text + "): " + reason);
+        std::string reason;
+        if (failed) {
+            reason = "the command failed";
+        } else if (returnedFalse || warned) {
+            reason = std::string("the command ") + (returnedFalse ? "returned false" : "") +
+                     (returnedFalse && warned ? " and " : "") + (warned ? "logged a warning" : "");
+        }
+        if (!reason.empty()) return Say(kFailed, "stopped at " + where + " (" + l.text + "): " + reason);
     }
     if (orvhost::PendingAnswers() > 0)
         std::cerr << "trovo: " << orvhost::PendingAnswers() << " answer"
