@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cfloat>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -20,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "AnimHooks.h"
 #include "CharacterFiles.h"
 #include "HostTesting.h"
 
@@ -373,3 +375,91 @@ INSTANTIATE_TEST_SUITE_P(Samples, CharacterGltf,
                              f = f.substr(f.rfind('/') + 1);
                              return f.substr(0, f.find('.'));
                          });
+
+namespace {
+
+class CharacterFiles : public ::testing::Test {
+protected:
+    void SetUp() override {
+        orvhost::ResetScene();
+        orvhost::ClearLog();
+    }
+    void TearDown() override { orvhost::ResetScene(); }
+};
+
+}  // namespace
+
+TEST_F(CharacterFiles, RefusedFileLeavesTheSceneAsItWas) {
+    const std::string cut = TempPath("cut.glb");
+    {
+        const std::vector<unsigned char> whole = ReadAll(Data("gltf/RiggedSimple/RiggedSimple.glb"));
+        std::ofstream out(cut, std::ios::binary);
+        out.write(reinterpret_cast<const char*>(whole.data()), 6000);
+    }
+    const std::uint64_t revision = orvhost::TheHost().scene->revision;
+    const double out = static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"Out"), 1.0));
+    std::wstring error;
+    EXPECT_EQ(nullptr, orvhost::ImportCharacter(cut, orvhost::CharacterImportOptions(), error));
+    EXPECT_EQ(L"the file is cut short: it declares 11048 bytes and holds 6000", error);
+    orvhost::CharacterImportOptions named;
+    named.animationName = L"Trot";
+    EXPECT_EQ(nullptr, orvhost::ImportCharacter(Data("gltf/Fox/Fox.glb"), named, error));
+    EXPECT_EQ(L"it has no animation named \"Trot\" (its animations: \"Survey\", \"Walk\", \"Run\")", error);
+    EXPECT_TRUE(orvhost::Root()->children.empty());
+    EXPECT_EQ(revision, orvhost::TheHost().scene->revision);
+    EXPECT_EQ(out, static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"Out"), 1.0)));
+    std::remove(cut.c_str());
+}
+
+TEST_F(CharacterFiles, ImportSetsPlayControlToTheAnimationAndLogsRenames) {
+    orvhost::ClearLog();
+    std::wstring error;
+    ASSERT_TRUE(orvhost::ImportCharacter(Data("gltf/RiggedSimple/RiggedSimple.glb"), {}, error));
+    // Keys from 1/24 s to 50/24 s (the accessor's min and max) land on frames 2.25 to 63.5 at
+    // 30 frames per second.
+    EXPECT_EQ(2.0, static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"In"), 1.0)));
+    EXPECT_EQ(64.0, static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"Out"), 1.0)));
+    const std::vector<std::wstring> warnings = orvhost::LogTexts(ORV::ovWarning);
+    EXPECT_NE(std::find(warnings.begin(), warnings.end(), L"Import: the node \"nodes[3]\" is named \"nodes_3_\" in the scene."),
+              warnings.end());
+}
+
+// Export samples what the host evaluates, not the curves alone: a null driven by an expression
+// moves in the written file.
+TEST_F(CharacterFiles, ExportWritesWhatTheHostEvaluates) {
+    orvhost::Object3D* model = orvhost::CreateObject(orvhost::Root(), ORV::ovModelID, L"#model", L"Rig");
+    orvhost::Object3D* a = orvhost::CreateObject(model, ORV::ovNullID, L"null", L"A");
+    orvhost::Object3D* b = orvhost::CreateObject(a, ORV::ovNullID, L"null", L"B");
+    orvhost::PutParamValue(b->LocalParam(L"posy"), ORV::CValue(5.0), 1.0);
+    orvhost::FCurveItem* curve = orvhost::AddParamCurve(a->LocalParam(L"posx"), ORV::ovStandardFCurve);
+    curve->SetKey(1.0, 0.0, ORV::ovLinearInterpolation, DBL_MAX, DBL_MAX, DBL_MAX, DBL_MAX, -1.0);
+    curve->SetKey(11.0, 10.0, ORV::ovLinearInterpolation, DBL_MAX, DBL_MAX, DBL_MAX, DBL_MAX, -1.0);
+    ORV::CValue result;
+    ORV::CValueArray args;
+    args.Add(ORV::CValue(L"Rig.B.kine.local.rotz"));
+    args.Add(ORV::CValue(L"Rig.A.kine.local.posx * 9"));
+    ASSERT_EQ(ORV::CStatus::OK, orvhost::RunCommand(L"SetExpr", args, result));
+    const std::string out = TempPath("driven.glb");
+    orvhost::CharacterExportOptions range;
+    range.range = true;
+    range.start = 1.0;
+    range.end = 11.0;
+    std::wstring error;
+    ASSERT_TRUE(orvhost::ExportCharacter(out, model, range, error)) << ORV::CString(error).GetAsciiString();
+
+    orvhost::ResetScene();
+    orvhost::Object3D* back = orvhost::ImportCharacter(out, {}, error);
+    ASSERT_TRUE(back) << ORV::CString(error).GetAsciiString();
+    const auto objects = ObjectsOf(back);
+    ASSERT_EQ(2u, objects.size());
+    for (int k = 0; k <= 10; ++k) {
+        const ORV::MATH::CTransformation g = orvhost::GlobalTransform(objects.at("B"), 1.0 + k);
+        // B sits 5 above A, which slides along X; B turns 9 degrees about Z per unit of slide.
+        EXPECT_NEAR(static_cast<double>(k), g.GetTranslation().x, 1e-5) << k;
+        EXPECT_NEAR(5.0, g.GetTranslation().y, 1e-5) << k;
+        EXPECT_NEAR(9.0 * k * 3.14159265358979323846 / 180.0,
+                    std::atan2(g.GetRotationMatrix3().Get(0, 1), g.GetRotationMatrix3().Get(0, 0)), 1e-5)
+            << k;
+    }
+    std::remove(out.c_str());
+}
