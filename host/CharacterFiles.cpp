@@ -374,8 +374,7 @@ double LocalValue(Object3D* obj, const wchar_t* name) {
     return p ? static_cast<double>(ParamValue(p, 1.0)) : 0.0;
 }
 
-// One channel of the file's animation onto an object's local parameters. A component whose
-// only key is its rest value gets no curve.
+// One channel of the file's animation onto an object's local parameters.
 void KeyChannel(Object3D* obj, const aiNodeAnim* ch, double ticksPerSecond, double rate, double& first,
                 double& last) {
     auto frameOf = [&](double ticks) {
@@ -386,9 +385,14 @@ void KeyChannel(Object3D* obj, const aiNodeAnim* ch, double ticksPerSecond, doub
     };
     std::vector<double> times;
     std::vector<double> v[3];
+    // A component group whose every key is its rest value gets no curves (Assimp repeats a
+    // BVH joint's offset at every frame).
     auto flush = [&](const wchar_t* const names[3]) {
-        bool moves = times.size() > 1;
-        for (int i = 0; i < 3 && !moves; ++i) moves = std::fabs(v[i][0] - LocalValue(obj, names[i])) > 1e-9;
+        bool moves = false;
+        for (int i = 0; i < 3 && !moves; ++i) {
+            const double rest = LocalValue(obj, names[i]);
+            for (double x : v[i]) moves = moves || std::fabs(x - rest) > 1e-9 * (1.0 + std::fabs(rest));
+        }
         if (moves)
             for (int i = 0; i < 3; ++i) KeyCurve(obj, names[i], times, v[i]);
     };
@@ -454,7 +458,7 @@ std::wstring AnimationList(const aiScene* scene) {
 // A progress bar on long jobs; drawn only where the front end allows it.
 class Progress {
 public:
-    Progress(const std::wstring& caption, long steps) : m_on(steps >= 2000) {
+    Progress(const std::wstring& caption, long steps, bool on) : m_on(on) {
         if (!m_on) return;
         m_bar = Application().GetUIToolkit().GetProgressBar();
         m_bar.PutCaption(CString(caption.c_str()));
@@ -557,7 +561,13 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
     }
 
     // From here on nothing fails: the scene changes.
-    Progress progress(L"Importing " + Wide(Stem(path)), count + (anim ? static_cast<long>(anim->mNumChannels) : 0));
+    // Long means many keys or many nodes.
+    long keys = 0;
+    for (unsigned i = 0; anim && i < anim->mNumChannels; ++i)
+        if (const aiNodeAnim* ch = anim->mChannels[i])
+            keys += static_cast<long>(ch->mNumPositionKeys) + ch->mNumRotationKeys + ch->mNumScalingKeys;
+    Progress progress(L"Importing " + Wide(Stem(path)), count + (anim ? static_cast<long>(anim->mNumChannels) : 0),
+                      count + keys >= 20000);
     const std::wstring wantedModel = options.name.empty() ? Wide(Stem(path)) : options.name;
     Object3D* model = CreateObject(Root(), ovModelID, L"#model", HostName(wantedModel, L"Model"));
     if (model->name != wantedModel)
@@ -924,7 +934,7 @@ bool ExportCharacter(const std::string& path, Object3D* model, const CharacterEx
         error = L"the model \"" + model->name + L"\" holds no objects";
         return false;
     }
-    Progress progress(L"Exporting " + model->name, frames);
+    Progress progress(L"Exporting " + model->name, frames, frames * static_cast<long>(nodes.size()) >= 20000);
     const std::vector<CTransformation> locals = Sample(nodes, start, frames, progress);
 
     if (!format->second) return WriteBvh(path, nodes, locals, frames, rate, error);

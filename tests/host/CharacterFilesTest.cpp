@@ -463,3 +463,37 @@ TEST_F(CharacterFiles, ExportWritesWhatTheHostEvaluates) {
     }
     std::remove(out.c_str());
 }
+
+// The meshes, skin and materials kept with an imported model survive a saved and reopened
+// scene, and export writes them.
+TEST_F(CharacterFiles, MeshAndSkinSurviveASavedSceneAndReachTheExport) {
+    std::wstring error;
+    orvhost::CharacterImportOptions o;
+    o.animationName = L"Run";
+    ASSERT_TRUE(orvhost::ImportCharacter(Data("gltf/Fox/Fox.glb"), o, error));
+    const std::string scene = TempPath("fox.orvscene");
+    ASSERT_TRUE(orvhost::SaveScene(scene, error)) << ORV::CString(error).GetAsciiString();
+    orvhost::ResetScene();
+    ASSERT_TRUE(orvhost::OpenScene(scene, error)) << ORV::CString(error).GetAsciiString();
+    orvhost::Object3D* model = dynamic_cast<orvhost::Object3D*>(orvhost::FindByPath(L"Fox"));
+    ASSERT_TRUE(model);
+    const std::string out = TempPath("fox_again.glb");
+    ASSERT_TRUE(orvhost::ExportCharacter(out, model, orvhost::CharacterExportOptions(), error))
+        << ORV::CString(error).GetAsciiString();
+    const Glb original = ReadGlb(Data("gltf/Fox/Fox.glb"));
+    const Glb written = ReadGlb(out);
+    ASSERT_TRUE(written.ok);
+    EXPECT_EQ(original.doc["meshes"].size(), written.doc["meshes"].size());
+    EXPECT_EQ(original.doc["skins"].size(), written.doc["skins"].size());
+    EXPECT_EQ(original.doc["skins"][0]["joints"].size(), written.doc["skins"][0]["joints"].size());
+    // Assimp may add its default material; the file's own ones are all there.
+    for (const json& m : original.doc["materials"]) {
+        bool found = false;
+        for (const json& w : written.doc["materials"]) found = found || w.value("name", "") == m.value("name", "");
+        EXPECT_TRUE(found) << m.value("name", "");
+    }
+    ASSERT_EQ(1u, written.doc["animations"].size());
+    EXPECT_EQ("Fox", written.doc["animations"][0]["name"]);
+    std::remove(scene.c_str());
+    std::remove(out.c_str());
+}
