@@ -11,10 +11,15 @@ namespace {
 
 // Options of one verb or a few, and the verbs that take them.
 const std::map<std::string, std::set<std::string>>& VerbOptions() {
-    static const std::map<std::string, std::set<std::string>> table = {
-        {"--name", {"import"}},          {"--animation", {"import"}},       {"--no-animation", {"import"}},
-        {"--model", {"export", "eval"}}, {"--start", {"export", "eval"}},   {"--end", {"export", "eval"}},
-        {"--step", {"eval"}},            {"--frame", {"eval"}},             {"--strict", {"run"}}};
+    static const std::map<std::string, std::set<std::string>> table = {{"--name", {"import"}},
+                                                                       {"--animation", {"import"}},
+                                                                       {"--no-animation", {"import"}},
+                                                                       {"--model", {"export", "eval"}},
+                                                                       {"--start", {"export", "eval"}},
+                                                                       {"--end", {"export", "eval"}},
+                                                                       {"--step", {"eval"}},
+                                                                       {"--frame", {"eval"}},
+                                                                       {"--strict", {"run"}}};
     return table;
 }
 
@@ -65,7 +70,8 @@ bool ParseCommandLine(int argc, char** argv, CliOptions& o, std::string& error) 
             value = arg.substr(eq + 1);
             hasValue = true;
         }
-        const bool flag = name == "--help" || name == "--verbose" || name == "--no-animation" || name == "--strict";
+        const bool flag =
+            name == "--help" || name == "--verbose" || name == "--no-animation" || name == "--strict";
         if (flag) {
             if (hasValue) {
                 error = "the option \"" + name + "\" takes no value";
@@ -176,7 +182,8 @@ bool ParseCommandLine(int argc, char** argv, CliOptions& o, std::string& error) 
             return false;
         }
     } else {
-        error = "unknown action \"" + o.action + "\"; use commands, exec, run, import, export, eval or hierarchy";
+        error =
+            "unknown action \"" + o.action + "\"; use commands, exec, run, import, export, eval or hierarchy";
         return false;
     }
     if (o.hasStart != o.hasEnd) {

@@ -95,7 +95,8 @@ bool SplitCommandLine(const std::string& line, std::vector<std::string>& words, 
 
 VerbResult RunFile(const CliOptions& opt) {
     std::ifstream in(opt.file);
-    if (!in) return Say(kFailed, "cannot read the command file " + Quoted(opt.file) + ": " + std::strerror(errno));
+    if (!in)
+        return Say(kFailed, "cannot read the command file " + Quoted(opt.file) + ": " + std::strerror(errno));
 
     // Every line is read and its command looked up before the first one runs: a typo stops
     // the run before it has changed anything.
@@ -119,12 +120,14 @@ VerbResult RunFile(const CliOptions& opt) {
         while (!l.text.empty() && (l.text.back() == '\r' || l.text.back() == ' ' || l.text.back() == '\t'))
             l.text.pop_back();
         if (!orvhost::FindCommand(Widen(words[0]), l.info))
-            return Say(kBadUsage, where + ": unknown command " + Quoted(words[0]) + "; \"trovo commands\" lists them");
+            return Say(kBadUsage,
+                       where + ": unknown command " + Quoted(words[0]) + "; \"trovo commands\" lists them");
         l.arguments.assign(words.begin() + 1, words.end());
         lines.push_back(std::move(l));
     }
 
-    for (const std::string& a : opt.answers) orvhost::QueueAnswer(a.empty() ? ORV::CValue() : ValueFromText(a));
+    for (const std::string& a : opt.answers)
+        orvhost::QueueAnswer(a.empty() ? ORV::CValue() : ValueFromText(a));
     bool anyFailed = false;
     for (const Line& l : lines) {
         const std::string where = opt.file + ":" + std::to_string(l.number);
@@ -144,7 +147,8 @@ VerbResult RunFile(const CliOptions& opt) {
         if (!opt.strict) continue;
         bool warned = false;
         const auto& log = orvhost::LogEntries();
-        for (std::size_t i = logBefore; i < log.size(); ++i) warned = warned || log[i].severity == ORV::ovWarning;
+        for (std::size_t i = logBefore; i < log.size(); ++i)
+            warned = warned || log[i].severity == ORV::ovWarning;
         const bool returnedFalse = result.GetType() == ORV::ovBool && !static_cast<bool>(result);
         std::string reason;
         if (failed) {
@@ -177,8 +181,7 @@ VerbResult ImportVerb(const CliOptions& opt) {
 
 VerbResult ExportVerb(const CliOptions& opt) {
     orvhost::Object3D* model = ObjectNamed(opt.model);
-    if (!model || !model->IsModel())
-        return Say(kBadUsage, Quoted(opt.model) + " is no model of the scene");
+    if (!model || !model->IsModel()) return Say(kBadUsage, Quoted(opt.model) + " is no model of the scene");
     orvhost::CharacterExportOptions eo;
     eo.range = opt.hasStart;
     eo.start = opt.start;
@@ -200,7 +203,8 @@ VerbResult EvalVerb(const CliOptions& opt) {
     }
     if (!opt.model.empty()) {
         orvhost::Object3D* model = ObjectNamed(opt.model);
-        if (!model || !model->IsModel()) return Say(kBadUsage, Quoted(opt.model) + " is no model of the scene");
+        if (!model || !model->IsModel())
+            return Say(kBadUsage, Quoted(opt.model) + " is no model of the scene");
         objects.push_back(model);
         orvhost::WalkObjects(model, true, [&](orvhost::Object3D* o) {
             if (o->type != L"crvlist") objects.push_back(o);
@@ -222,13 +226,15 @@ VerbResult EvalVerb(const CliOptions& opt) {
         for (std::size_t i = 0; i < objects.size(); ++i) {
             const ORV::MATH::CTransformation t = orvhost::GlobalTransform(objects[i], f);
             const ORV::MATH::CVector3& p = t.GetTranslation();
-            const ORV::MATH::CVector3 a = t.GetRotationXYZAngles();
+            ORV::MATH::CRotation r = t.GetRotation();
+            r.PutRotationOrder(ORV::MATH::ovXYZ);
+            const ORV::MATH::CVector3 a = r.GetXYZAngles();
             const ORV::MATH::CQuaternion q = t.GetRotationQuaternion();
             const ORV::MATH::CVector3& s = t.GetScaling();
             const double deg = 57.29577951308232;
             std::cout << names[i] << " " << Number(f);
-            for (double v : {p.x, p.y, p.z, a.x * deg, a.y * deg, a.z * deg, q.GetW(), q.GetX(), q.GetY(), q.GetZ(),
-                             s.x, s.y, s.z})
+            for (double v : {p.x, p.y, p.z, a.x * deg, a.y * deg, a.z * deg, q.GetW(), q.GetX(), q.GetY(),
+                             q.GetZ(), s.x, s.y, s.z})
                 std::cout << " " << Number(v);
             std::cout << "\n";
         }

@@ -3,22 +3,22 @@
 // a file is written whole to a temporary name before it replaces the target.
 #include "CharacterFiles.h"
 
-#include <assimp/Exporter.hpp>
-#include <assimp/Importer.hpp>
 #include <assimp/config.h>
 #include <assimp/scene.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
+#include <assimp/Exporter.hpp>
+#include <assimp/Importer.hpp>
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <cwctype>
 #include <fstream>
 #include <functional>
-#include <cctype>
-#include <cwctype>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -27,11 +27,11 @@
 #include "AnimHooks.h"
 
 using namespace ORV;
+using nlohmann::json;
 using ORV::MATH::CMatrix3;
 using ORV::MATH::CQuaternion;
 using ORV::MATH::CRotation;
 using ORV::MATH::CVector3;
-using nlohmann::json;
 
 namespace orvhost {
 
@@ -279,16 +279,16 @@ bool IsMadeUpRoot(const aiNode* root, const std::string& suffix) {
 // --- The stored record of an imported file --------------------------------------------------
 
 struct NodeRecord {
-    std::string fileName;    // as the file names it
-    std::wstring object;     // the null it became
-    int parent = -1;         // index in the list, -1 for a top node
-    CTransformation rest;    // local rest transform
+    std::string fileName;  // as the file names it
+    std::wstring object;   // the null it became
+    int parent = -1;       // index in the list, -1 for a top node
+    CTransformation rest;  // local rest transform
 };
 
 struct CharacterRecord {
-    std::string format;               // Assimp's suffix hint for `bytes`
-    std::vector<NodeRecord> nodes;    // parents before children
-    std::vector<unsigned char> bytes; // the file, when it holds more than nodes
+    std::string format;                // Assimp's suffix hint for `bytes`
+    std::vector<NodeRecord> nodes;     // parents before children
+    std::vector<unsigned char> bytes;  // the file, when it holds more than nodes
 };
 
 std::vector<unsigned char> PackRecord(const CharacterRecord& rec) {
@@ -297,7 +297,8 @@ std::vector<unsigned char> PackRecord(const CharacterRecord& rec) {
     json nodes = json::array();
     for (const NodeRecord& n : rec.nodes) {
         const std::array<double, 16> m = n.rest.GetMatrix4();
-        nodes.push_back({{"name", n.fileName}, {"object", Utf8(n.object)}, {"parent", n.parent}, {"rest", m}});
+        nodes.push_back(
+            {{"name", n.fileName}, {"object", Utf8(n.object)}, {"parent", n.parent}, {"rest", m}});
     }
     j["nodes"] = nodes;
     const std::string header = j.dump();
@@ -318,7 +319,8 @@ bool UnpackRecord(const std::vector<unsigned char>& blob, CharacterRecord& rec) 
     if (j.is_discarded() || !j.is_object() || !j.contains("nodes") || !j["nodes"].is_array()) return false;
     rec.format = j.value("format", "");
     for (const json& n : j["nodes"]) {
-        if (!n.is_object() || !n.contains("rest") || !n["rest"].is_array() || n["rest"].size() != 16) return false;
+        if (!n.is_object() || !n.contains("rest") || !n["rest"].is_array() || n["rest"].size() != 16)
+            return false;
         NodeRecord r;
         r.fileName = n.value("name", "");
         r.object = Wide(n.value("object", ""));
@@ -483,7 +485,8 @@ private:
 
 }  // namespace
 
-Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions& options, std::wstring& error) {
+Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions& options,
+                          std::wstring& error) {
     error.clear();
     std::vector<unsigned char> bytes;
     if (!ReadBytes(path, bytes, error)) return nullptr;
@@ -494,8 +497,8 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
         std::uint32_t declared = 0;
         for (int i = 0; i < 4; ++i) declared |= static_cast<std::uint32_t>(bytes[8 + i]) << (8 * i);
         if (declared > bytes.size()) {
-            error = L"the file is cut short: it declares " + std::to_wstring(declared) + L" bytes and holds " +
-                    std::to_wstring(bytes.size());
+            error = L"the file is cut short: it declares " + std::to_wstring(declared) +
+                    L" bytes and holds " + std::to_wstring(bytes.size());
             return nullptr;
         }
     }
@@ -527,7 +530,8 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
     if (options.animation) {
         if (!options.animationName.empty()) {
             for (unsigned i = 0; i < scene->mNumAnimations && !anim; ++i)
-                if (Wide(scene->mAnimations[i]->mName.C_Str()) == options.animationName) anim = scene->mAnimations[i];
+                if (Wide(scene->mAnimations[i]->mName.C_Str()) == options.animationName)
+                    anim = scene->mAnimations[i];
             if (!anim) {
                 error = L"it has no animation named \"" + options.animationName + L"\" (its animations: " +
                         AnimationList(scene) + L")";
@@ -566,12 +570,13 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
     for (unsigned i = 0; anim && i < anim->mNumChannels; ++i)
         if (const aiNodeAnim* ch = anim->mChannels[i])
             keys += static_cast<long>(ch->mNumPositionKeys) + ch->mNumRotationKeys + ch->mNumScalingKeys;
-    Progress progress(L"Importing " + Wide(Stem(path)), count + (anim ? static_cast<long>(anim->mNumChannels) : 0),
-                      count + keys >= 20000);
+    Progress progress(L"Importing " + Wide(Stem(path)),
+                      count + (anim ? static_cast<long>(anim->mNumChannels) : 0), count + keys >= 20000);
     const std::wstring wantedModel = options.name.empty() ? Wide(Stem(path)) : options.name;
     Object3D* model = CreateObject(Root(), ovModelID, L"#model", HostName(wantedModel, L"Model"));
     if (model->name != wantedModel)
-        Log(L"Import: the model \"" + wantedModel + L"\" is named \"" + model->name + L"\" in the scene.", ovWarning);
+        Log(L"Import: the model \"" + wantedModel + L"\" is named \"" + model->name + L"\" in the scene.",
+            ovWarning);
 
     std::map<std::string, Object3D*> byFileName;
     struct Pending {
@@ -593,7 +598,8 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
         const std::wstring wanted = Wide(fileName);
         Object3D* obj = CreateObject(p.parent, ovNullID, L"null", HostName(wanted, L"null"));
         if (obj->name != wanted)
-            Log(L"Import: the node \"" + wanted + L"\" is named \"" + obj->name + L"\" in the scene.", ovWarning);
+            Log(L"Import: the node \"" + wanted + L"\" is named \"" + obj->name + L"\" in the scene.",
+                ovWarning);
         const CTransformation rest = FromAssimp(p.node->mTransformation);
         PutLocalTransform(obj, rest, 1.0);
         byFileName.emplace(fileName, obj);
@@ -664,7 +670,8 @@ bool CollectNodes(Object3D* model, double start, CharacterRecord& record, std::v
         order.push_back(o);
     });
     imported = false;
-    if (PropertyItem* blob = FindProperty(model, kCharacterBlobName)) imported = UnpackRecord(blob->blob, record);
+    if (PropertyItem* blob = FindProperty(model, kCharacterBlobName))
+        imported = UnpackRecord(blob->blob, record);
     if (imported) {
         for (const NodeRecord& n : record.nodes) {
             ExportNode e;
@@ -678,7 +685,8 @@ bool CollectNodes(Object3D* model, double start, CharacterRecord& record, std::v
         }
         for (Object3D* o : order)
             if (objects.count(o->name))
-                Log(L"Export: \"" + FullName(o) + L"\" is not in the file the model came from; it is left out.",
+                Log(L"Export: \"" + FullName(o) +
+                        L"\" is not in the file the model came from; it is left out.",
                     ovWarning);
         return true;
     }
@@ -689,7 +697,8 @@ bool CollectNodes(Object3D* model, double start, CharacterRecord& record, std::v
         e.object = o;
         const auto pit = index.find(o->parent3D);
         e.parent = pit == index.end() ? -1 : pit->second;
-        const CTransformation parentGlobal = o->parent3D ? GlobalTransform(o->parent3D, start) : CTransformation();
+        const CTransformation parentGlobal =
+            o->parent3D ? GlobalTransform(o->parent3D, start) : CTransformation();
         e.rest = Relative(GlobalTransform(o, start), parentGlobal);
         index[o] = static_cast<int>(nodes.size());
         nodes.push_back(e);
@@ -750,7 +759,8 @@ aiNode* BuildTree(const std::vector<ExportNode>& nodes) {
 // Key times are frames from the first, in ticks of `rate` per second, or seconds when
 // `inSeconds` (the COLLADA writer takes key times as seconds whatever the tick rate).
 aiAnimation* BuildAnimation(const std::string& name, const std::vector<ExportNode>& nodes,
-                            const std::vector<CTransformation>& locals, long frames, double rate, bool inSeconds) {
+                            const std::vector<CTransformation>& locals, long frames, double rate,
+                            bool inSeconds) {
     auto* anim = new aiAnimation();
     const double tick = inSeconds ? 1.0 / rate : 1.0;
     anim->mName = aiString(name);
@@ -771,11 +781,13 @@ aiAnimation* BuildAnimation(const std::string& name, const std::vector<ExportNod
             const double time = static_cast<double>(f) * tick;
             const CVector3& p = t.GetTranslation();
             const CVector3& s = t.GetScaling();
-            ch->mPositionKeys[f] = aiVectorKey(time, aiVector3D(static_cast<ai_real>(p.x), static_cast<ai_real>(p.y),
-                                                                static_cast<ai_real>(p.z)));
+            ch->mPositionKeys[f] = aiVectorKey(
+                time,
+                aiVector3D(static_cast<ai_real>(p.x), static_cast<ai_real>(p.y), static_cast<ai_real>(p.z)));
             ch->mRotationKeys[f] = aiQuatKey(time, ToAssimp(t.GetRotation()));
-            ch->mScalingKeys[f] = aiVectorKey(time, aiVector3D(static_cast<ai_real>(s.x), static_cast<ai_real>(s.y),
-                                                               static_cast<ai_real>(s.z)));
+            ch->mScalingKeys[f] = aiVectorKey(
+                time,
+                aiVector3D(static_cast<ai_real>(s.x), static_cast<ai_real>(s.y), static_cast<ai_real>(s.z)));
         }
         channels.push_back(ch);
     }
@@ -802,20 +814,24 @@ std::string Num(double v) {
     return buf;
 }
 
-bool WriteBvh(const std::string& path, const std::vector<ExportNode>& nodes, const std::vector<CTransformation>& locals,
-              long frames, double rate, std::wstring& error) {
+bool WriteBvh(const std::string& path, const std::vector<ExportNode>& nodes,
+              const std::vector<CTransformation>& locals, long frames, double rate, std::wstring& error) {
     std::vector<std::vector<int>> kids(nodes.size());
     std::vector<int> tops;
     for (std::size_t i = 0; i < nodes.size(); ++i)
-        (nodes[i].parent >= 0 ? kids[static_cast<std::size_t>(nodes[i].parent)] : tops).push_back(static_cast<int>(i));
+        (nodes[i].parent >= 0 ? kids[static_cast<std::size_t>(nodes[i].parent)] : tops)
+            .push_back(static_cast<int>(i));
     // One skeleton per file: the top node with the most nodes below it (a mesh's own node
     // beside the skeleton is left out).
     std::vector<long> size(nodes.size(), 1);
     for (std::size_t i = nodes.size(); i-- > 0;)
         if (nodes[i].parent >= 0) size[static_cast<std::size_t>(nodes[i].parent)] += size[i];
-    std::stable_sort(tops.begin(), tops.end(), [&](int a, int b) { return size[static_cast<std::size_t>(a)] > size[static_cast<std::size_t>(b)]; });
+    std::stable_sort(tops.begin(), tops.end(), [&](int a, int b) {
+        return size[static_cast<std::size_t>(a)] > size[static_cast<std::size_t>(b)];
+    });
     for (std::size_t k = 1; k < tops.size(); ++k)
-        Log(L"Export: a BVH file holds one skeleton; \"" + Wide(nodes[static_cast<std::size_t>(tops[k])].name) +
+        Log(L"Export: a BVH file holds one skeleton; \"" +
+                Wide(nodes[static_cast<std::size_t>(tops[k])].name) +
                 L"\" and what is below it are left out.",
             ovWarning);
     if (tops.empty()) {
@@ -845,10 +861,12 @@ bool WriteBvh(const std::string& path, const std::vector<ExportNode>& nodes, con
         const CVector3& o = nodes[static_cast<std::size_t>(i)].rest.GetTranslation();
         if (endSite[static_cast<std::size_t>(i)]) {
             out << pad << "End Site\n" << pad << "{\n";
-            out << pad << "\tOFFSET " << Num(o.x) << " " << Num(o.y) << " " << Num(o.z) << "\n" << pad << "}\n";
+            out << pad << "\tOFFSET " << Num(o.x) << " " << Num(o.y) << " " << Num(o.z) << "\n"
+                << pad << "}\n";
             return;
         }
-        out << pad << (depth == 0 ? "ROOT " : "JOINT ") << BvhName(nodes[static_cast<std::size_t>(i)].name) << "\n"
+        out << pad << (depth == 0 ? "ROOT " : "JOINT ") << BvhName(nodes[static_cast<std::size_t>(i)].name)
+            << "\n"
             << pad << "{\n";
         out << pad << "\tOFFSET " << Num(o.x) << " " << Num(o.y) << " " << Num(o.z) << "\n";
         if (moves[static_cast<std::size_t>(i)])
@@ -871,7 +889,8 @@ bool WriteBvh(const std::string& path, const std::vector<ExportNode>& nodes, con
             firstValue = false;
         };
         for (int i : channelOrder) {
-            const CTransformation& t = locals[static_cast<std::size_t>(f) * nodes.size() + static_cast<std::size_t>(i)];
+            const CTransformation& t =
+                locals[static_cast<std::size_t>(f) * nodes.size() + static_cast<std::size_t>(i)];
             if (moves[static_cast<std::size_t>(i)]) {
                 const CVector3& p = t.GetTranslation();
                 put(p.x);
@@ -906,7 +925,8 @@ bool ExportCharacter(const std::string& path, Object3D* model, const CharacterEx
         {"glb", "glb2"}, {"gltf", "gltf2"}, {"fbx", "fbxa"}, {"dae", "collada"}, {"bvh", nullptr}};
     const auto format = kFormats.find(suffix);
     if (format == kFormats.end()) {
-        error = L"the suffix \"." + Wide(suffix) + L"\" names no format that can be written (.glb, .gltf, .fbx, .dae, .bvh)";
+        error = L"the suffix \"." + Wide(suffix) +
+                L"\" names no format that can be written (.glb, .gltf, .fbx, .dae, .bvh)";
         return false;
     }
     const double start = options.range ? options.start : PlayControlValue(L"In", 1.0);
@@ -947,7 +967,10 @@ bool ExportCharacter(const std::string& path, Object3D* model, const CharacterEx
     if (imported && !record.bytes.empty()) {
         if (importer.ReadFileFromMemory(record.bytes.data(), record.bytes.size(), 0, record.format.c_str()))
             scene.reset(importer.GetOrphanedScene());
-        if (!scene) Log(L"Export: the meshes kept with \"" + model->name + L"\" cannot be read back; only its nodes are written.", ovWarning);
+        if (!scene)
+            Log(L"Export: the meshes kept with \"" + model->name +
+                    L"\" cannot be read back; only its nodes are written.",
+                ovWarning);
     }
     if (!scene) {
         scene = std::make_unique<aiScene>();

@@ -5,7 +5,6 @@
 // Budgets: rest transforms 1e-6 (the file's single-precision floats, composed in double);
 // animation samples 1e-5 (single-precision samples through Euler angles and back).
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,14 +60,15 @@ Glb ReadGlb(const std::string& path) {
     if (binAt + 8 <= b.size()) {
         const std::uint32_t binLength = U32(b, binAt);
         if (U32(b, binAt + 4) != 0x004E4942u || binAt + 8 + binLength > b.size()) return g;
-        g.bin.assign(b.begin() + static_cast<long>(binAt) + 8, b.begin() + static_cast<long>(binAt + 8 + binLength));
+        g.bin.assign(b.begin() + static_cast<long>(binAt) + 8,
+                     b.begin() + static_cast<long>(binAt + 8 + binLength));
     }
     g.ok = true;
     return g;
 }
 
 int ComponentCount(const std::string& type) {
-    static const std::map<std::string, int> n = {{"SCALAR", 1}, {"VEC2", 2}, {"VEC3", 3},  {"VEC4", 4},
+    static const std::map<std::string, int> n = {{"SCALAR", 1}, {"VEC2", 2}, {"VEC3", 3}, {"VEC4", 4},
                                                  {"MAT2", 4},   {"MAT3", 9}, {"MAT4", 16}};
     const auto it = n.find(type);
     return it == n.end() ? 0 : it->second;
@@ -99,7 +99,10 @@ std::vector<std::vector<double>> Floats(const Glb& g, int accessor) {
         std::vector<double> e;
         for (int k = 0; k < n; ++k) {
             float f;
-            std::memcpy(&f, g.bin.data() + base + static_cast<std::size_t>(i) * stride + static_cast<std::size_t>(k) * 4, 4);
+            std::memcpy(
+                &f,
+                g.bin.data() + base + static_cast<std::size_t>(i) * stride + static_cast<std::size_t>(k) * 4,
+                4);
             e.push_back(f);
         }
         out.push_back(e);
@@ -110,10 +113,22 @@ std::vector<std::vector<double>> Floats(const Glb& g, int accessor) {
 using Mat = std::array<double, 16>;  // column convention, m[r * 4 + c]
 
 Mat QuatMatrix(double x, double y, double z, double w) {
-    return {1 - 2 * (y * y + z * z), 2 * (x * y - z * w),     2 * (x * z + y * w),     0,
-            2 * (x * y + z * w),     1 - 2 * (x * x + z * z), 2 * (y * z - x * w),     0,
-            2 * (x * z - y * w),     2 * (y * z + x * w),     1 - 2 * (x * x + y * y), 0,
-            0,                       0,                       0,                       1};
+    return {1 - 2 * (y * y + z * z),
+            2 * (x * y - z * w),
+            2 * (x * z + y * w),
+            0,
+            2 * (x * y + z * w),
+            1 - 2 * (x * x + z * z),
+            2 * (y * z - x * w),
+            0,
+            2 * (x * z - y * w),
+            2 * (y * z + x * w),
+            1 - 2 * (x * x + y * y),
+            0,
+            0,
+            0,
+            0,
+            1};
 }
 
 // A node's rest transform as the file gives it: a matrix, or T * R * S.
@@ -155,7 +170,8 @@ std::string SceneName(const json& doc, int i) {
 
 std::map<std::string, orvhost::Object3D*> ObjectsOf(orvhost::Object3D* model) {
     std::map<std::string, orvhost::Object3D*> out;
-    orvhost::WalkObjects(model, true, [&](orvhost::Object3D* o) { out[ORV::CString(o->name).GetAsciiString()] = o; });
+    orvhost::WalkObjects(model, true,
+                         [&](orvhost::Object3D* o) { out[ORV::CString(o->name).GetAsciiString()] = o; });
     return out;
 }
 
@@ -191,9 +207,11 @@ std::string TempPath(const std::string& name) {
 
 // `relative`: the budget scales with the value (numbers written as text with six significant
 // digits, as Assimp's FBX writer does).
-void ExpectSameMatrix(const Mat& a, const Mat& b, double tol, const std::string& what, bool relative = false) {
+void ExpectSameMatrix(const Mat& a, const Mat& b, double tol, const std::string& what,
+                      bool relative = false) {
     for (int i = 0; i < 16; ++i)
-        EXPECT_NEAR(a[i], b[i], relative ? tol * std::max(1.0, std::fabs(a[i])) : tol) << what << " element " << i;
+        EXPECT_NEAR(a[i], b[i], relative ? tol * std::max(1.0, std::fabs(a[i])) : tol)
+            << what << " element " << i;
 }
 
 }  // namespace
@@ -232,7 +250,9 @@ TEST_P(CharacterGltf, EveryAnimationEvaluatesToTheFilesSamplesAtTheirTimes) {
     const double rate = 30.0;
     for (const json& anim : g.doc["animations"]) {
         orvhost::ResetScene();
-        const std::wstring animName = anim.contains("name") ? ORV::CString(anim["name"].get<std::string>().c_str()).GetWideString() : L"";
+        const std::wstring animName =
+            anim.contains("name") ? ORV::CString(anim["name"].get<std::string>().c_str()).GetWideString()
+                                  : L"";
         orvhost::Object3D* model = Import(Data(GetParam().file), true, L"", animName);
         ASSERT_TRUE(model);
         const auto objects = ObjectsOf(model);
@@ -248,7 +268,8 @@ TEST_P(CharacterGltf, EveryAnimationEvaluatesToTheFilesSamplesAtTheirTimes) {
             for (std::size_t k = 0; k < times.size(); ++k) {
                 const double frame = 1.0 + times[k][0] * rate;
                 const ORV::MATH::CTransformation t = orvhost::LocalTransform(obj, frame);
-                const std::string where = path + " of " + ORV::CString(obj->name).GetAsciiString() + " at " + std::to_string(frame);
+                const std::string where =
+                    path + " of " + ORV::CString(obj->name).GetAsciiString() + " at " + std::to_string(frame);
                 if (path == "translation") {
                     EXPECT_NEAR(values[k][0], t.GetTranslation().x, 1e-5) << where;
                     EXPECT_NEAR(values[k][1], t.GetTranslation().y, 1e-5) << where;
@@ -278,11 +299,13 @@ TEST_P(CharacterGltf, GlbRoundTripKeepsHierarchyRestPoseAndMotion) {
     orvhost::Object3D* model = Import(Data(GetParam().file), true);
     ASSERT_TRUE(model);
     const double in = static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"In"), 1.0));
-    const double outFrame = static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"Out"), 1.0));
+    const double outFrame =
+        static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"Out"), 1.0));
     ASSERT_LT(in, outFrame);
     std::map<std::string, std::vector<Mat>> motion;
     for (const auto& [name, obj] : ObjectsOf(model))
-        for (double f = in; f <= outFrame; f += 1.0) motion[name].push_back(Columns(orvhost::LocalTransform(obj, f)));
+        for (double f = in; f <= outFrame; f += 1.0)
+            motion[name].push_back(Columns(orvhost::LocalTransform(obj, f)));
     std::wstring error;
     ASSERT_TRUE(orvhost::ExportCharacter(out, model, orvhost::CharacterExportOptions(), error))
         << ORV::CString(error).GetAsciiString();
@@ -299,11 +322,13 @@ TEST_P(CharacterGltf, GlbRoundTripKeepsHierarchyRestPoseAndMotion) {
     }
     for (const json& a : written.doc["accessors"]) {
         const json& v = written.doc["bufferViews"][a["bufferView"].get<int>()];
-        const std::size_t element = static_cast<std::size_t>(ComponentCount(a["type"]) * ComponentSize(a["componentType"]));
+        const std::size_t element =
+            static_cast<std::size_t>(ComponentCount(a["type"]) * ComponentSize(a["componentType"]));
         const std::size_t stride = v.value("byteStride", element);
         const std::size_t count = a["count"];
         ASSERT_GT(count, 0u);
-        EXPECT_LE(a.value("byteOffset", 0u) + (count - 1) * stride + element, v["byteLength"].get<std::size_t>());
+        EXPECT_LE(a.value("byteOffset", 0u) + (count - 1) * stride + element,
+                  v["byteLength"].get<std::size_t>());
     }
     ASSERT_EQ(1u, written.doc["animations"].size());
 
@@ -320,8 +345,8 @@ TEST_P(CharacterGltf, GlbRoundTripKeepsHierarchyRestPoseAndMotion) {
         if (obj->parent3D != restA) {
             EXPECT_EQ(obj->parent3D->name, b.at(name)->parent3D->name) << name;
         }
-        ExpectSameMatrix(Columns(orvhost::LocalTransform(obj, 1.0)), Columns(orvhost::LocalTransform(b.at(name), 1.0)),
-                         1e-6, name);
+        ExpectSameMatrix(Columns(orvhost::LocalTransform(obj, 1.0)),
+                         Columns(orvhost::LocalTransform(b.at(name), 1.0)), 1e-6, name);
     }
 
     // The written motion starts at time 0, which imports at frame 1.
@@ -332,8 +357,8 @@ TEST_P(CharacterGltf, GlbRoundTripKeepsHierarchyRestPoseAndMotion) {
         ASSERT_TRUE(motion.count(name)) << name;
         const std::vector<Mat>& want = motion.at(name);
         for (std::size_t k = 0; k < want.size(); ++k)
-            ExpectSameMatrix(want[k], Columns(orvhost::LocalTransform(obj, 1.0 + static_cast<double>(k))), 1e-5,
-                             name + " frame " + std::to_string(in + static_cast<double>(k)));
+            ExpectSameMatrix(want[k], Columns(orvhost::LocalTransform(obj, 1.0 + static_cast<double>(k))),
+                             1e-5, name + " frame " + std::to_string(in + static_cast<double>(k)));
     }
     std::remove(out.c_str());
 }
@@ -359,8 +384,8 @@ TEST_P(CharacterGltf, FbxAndColladaRoundTripsKeepJointNamesAndRestPose) {
                 EXPECT_EQ(obj->parent3D->name, b.at(name)->parent3D->name) << suffix << " " << name;
             }
             ExpectSameMatrix(Columns(orvhost::LocalTransform(obj, 1.0)),
-                             Columns(orvhost::LocalTransform(b.at(name), 1.0)), 1e-5, std::string(suffix) + " " + name,
-                             std::string(suffix) == "fbx");
+                             Columns(orvhost::LocalTransform(b.at(name), 1.0)), 1e-5,
+                             std::string(suffix) + " " + name, std::string(suffix) == "fbx");
         }
         std::remove(out.c_str());
     }
@@ -397,7 +422,8 @@ TEST_F(CharacterFiles, RefusedFileLeavesTheSceneAsItWas) {
         out.write(reinterpret_cast<const char*>(whole.data()), 6000);
     }
     const std::uint64_t revision = orvhost::TheHost().scene->revision;
-    const double out = static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"Out"), 1.0));
+    const double out =
+        static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"Out"), 1.0));
     std::wstring error;
     EXPECT_EQ(nullptr, orvhost::ImportCharacter(cut, orvhost::CharacterImportOptions(), error));
     EXPECT_EQ(L"the file is cut short: it declares 11048 bytes and holds 6000", error);
@@ -420,7 +446,8 @@ TEST_F(CharacterFiles, ImportSetsPlayControlToTheAnimationAndLogsRenames) {
     EXPECT_EQ(2.0, static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"In"), 1.0)));
     EXPECT_EQ(64.0, static_cast<double>(orvhost::ParamValue(orvhost::PlayControl()->FindParam(L"Out"), 1.0)));
     const std::vector<std::wstring> warnings = orvhost::LogTexts(ORV::ovWarning);
-    EXPECT_NE(std::find(warnings.begin(), warnings.end(), L"Import: the node \"nodes[3]\" is named \"nodes_3_\" in the scene."),
+    EXPECT_NE(std::find(warnings.begin(), warnings.end(),
+                        L"Import: the node \"nodes[3]\" is named \"nodes_3_\" in the scene."),
               warnings.end());
 }
 
@@ -489,7 +516,8 @@ TEST_F(CharacterFiles, MeshAndSkinSurviveASavedSceneAndReachTheExport) {
     // Assimp may add its default material; the file's own ones are all there.
     for (const json& m : original.doc["materials"]) {
         bool found = false;
-        for (const json& w : written.doc["materials"]) found = found || w.value("name", "") == m.value("name", "");
+        for (const json& w : written.doc["materials"])
+            found = found || w.value("name", "") == m.value("name", "");
         EXPECT_TRUE(found) << m.value("name", "");
     }
     ASSERT_EQ(1u, written.doc["animations"].size());

@@ -107,10 +107,14 @@ TEST_P(CharacterBvh, ImportedJointsStandWhereThePluginReaderPutsThem) {
             const auto it = objects.find(SceneName(data.nodes[i].name));
             ASSERT_NE(it, objects.end()) << data.nodes[i].name.GetAsciiString();
             const ORV::MATH::CVector3 want = data.nodes[i].global.GetTranslation();
-            const ORV::MATH::CVector3 got = orvhost::GlobalTransform(it->second, 1.0 + frame).GetTranslation();
-            EXPECT_NEAR(want.x, got.x, tolerance) << c.path << " frame " << frame << " " << data.nodes[i].name.GetAsciiString();
-            EXPECT_NEAR(want.y, got.y, tolerance) << c.path << " frame " << frame << " " << data.nodes[i].name.GetAsciiString();
-            EXPECT_NEAR(want.z, got.z, tolerance) << c.path << " frame " << frame << " " << data.nodes[i].name.GetAsciiString();
+            const ORV::MATH::CVector3 got =
+                orvhost::GlobalTransform(it->second, 1.0 + frame).GetTranslation();
+            EXPECT_NEAR(want.x, got.x, tolerance)
+                << c.path << " frame " << frame << " " << data.nodes[i].name.GetAsciiString();
+            EXPECT_NEAR(want.y, got.y, tolerance)
+                << c.path << " frame " << frame << " " << data.nodes[i].name.GetAsciiString();
+            EXPECT_NEAR(want.z, got.z, tolerance)
+                << c.path << " frame " << frame << " " << data.nodes[i].name.GetAsciiString();
         }
     }
     // The whole motion is in the range.
@@ -132,7 +136,8 @@ TEST_P(CharacterBvh, RotationCurvesCarryNoFullTurnJumps) {
             // Capture at 30 frames per second or more turns no joint by half a turn in a frame.
             for (std::size_t k = 1; k < curve->keys.size(); ++k)
                 ASSERT_LT(std::fabs(curve->keys[k].value - curve->keys[k - 1].value), 180.0)
-                    << ORV::CString(name).GetAsciiString() << "." << ORV::CString(p).GetAsciiString() << " key " << k;
+                    << ORV::CString(name).GetAsciiString() << "." << ORV::CString(p).GetAsciiString()
+                    << " key " << k;
         }
     EXPECT_GT(curves, 0);
 }
@@ -164,9 +169,12 @@ TEST_P(CharacterBvh, ExportedBvhReadsBackToTheSameMotionAtEveryFrame) {
             ASSERT_NE(it, byName.end()) << original.nodes[i].name.GetAsciiString();
             const ORV::MATH::CVector3 want = original.nodes[i].global.GetTranslation();
             const ORV::MATH::CVector3 got = back.nodes[it->second].global.GetTranslation();
-            ASSERT_NEAR(want.x, got.x, tolerance) << "frame " << frame << " " << original.nodes[i].name.GetAsciiString();
-            ASSERT_NEAR(want.y, got.y, tolerance) << "frame " << frame << " " << original.nodes[i].name.GetAsciiString();
-            ASSERT_NEAR(want.z, got.z, tolerance) << "frame " << frame << " " << original.nodes[i].name.GetAsciiString();
+            ASSERT_NEAR(want.x, got.x, tolerance)
+                << "frame " << frame << " " << original.nodes[i].name.GetAsciiString();
+            ASSERT_NEAR(want.y, got.y, tolerance)
+                << "frame " << frame << " " << original.nodes[i].name.GetAsciiString();
+            ASSERT_NEAR(want.z, got.z, tolerance)
+                << "frame " << frame << " " << original.nodes[i].name.GetAsciiString();
         }
     }
 }
