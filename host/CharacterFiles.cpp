@@ -22,6 +22,7 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 
 #include "AnimHooks.h"
@@ -114,6 +115,23 @@ std::wstring HostName(const std::wstring& wanted, const wchar_t* fallback) {
 }
 
 void Log(const std::wstring& text, int severity) { TheHost().Log(text, severity); }
+
+// The host's rule for a taken name ("LFHD" becomes "LFHD1", "Cube1" becomes "Cube2"), against
+// the names of a model being filled; the name given back is added to them.
+std::wstring UniqueAmong(std::set<std::wstring>& taken, const std::wstring& wanted) {
+    std::wstring name = wanted;
+    if (taken.count(name)) {
+        std::wstring base = wanted;
+        while (!base.empty() && base.back() >= L'0' && base.back() <= L'9') base.pop_back();
+        if (base.empty()) base = wanted;
+        for (unsigned long n = 1;; ++n) {
+            name = base + std::to_wstring(n);
+            if (!taken.count(name)) break;
+        }
+    }
+    taken.insert(name);
+    return name;
+}
 
 // --- Transforms -----------------------------------------------------------------------------
 // Assimp's matrices act on column vectors; the host's on row vectors: one is the other's
@@ -579,6 +597,7 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
             ovWarning);
 
     std::map<std::string, Object3D*> byFileName;
+    std::set<std::wstring> taken;  // the new model's names so far
     struct Pending {
         const aiNode* node;
         Object3D* parent;
@@ -596,7 +615,8 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
         stack.pop_back();
         const std::string fileName = p.node->mName.C_Str();
         const std::wstring wanted = Wide(fileName);
-        Object3D* obj = CreateObject(p.parent, ovNullID, L"null", HostName(wanted, L"null"));
+        Object3D* obj = CreateObjectWithUniqueName(p.parent, ovNullID, L"null",
+                                                   UniqueAmong(taken, HostName(wanted, L"null")));
         if (obj->name != wanted)
             Log(L"Import: the node \"" + wanted + L"\" is named \"" + obj->name + L"\" in the scene.",
                 ovWarning);

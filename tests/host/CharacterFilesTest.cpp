@@ -525,3 +525,33 @@ TEST_F(CharacterFiles, MeshAndSkinSurviveASavedSceneAndReachTheExport) {
     std::remove(scene.c_str());
     std::remove(out.c_str());
 }
+
+// Names a model already holds take the host's numeric suffix, as objects made one by one do.
+TEST_F(CharacterFiles, TakenNodeNamesGetTheHostsSuffixes) {
+    const std::string path = TempPath("names.gltf");
+    {
+        std::ofstream out(path);
+        out << R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[)"
+            << R"({"name":"Bone","children":[1,2,3]},{"name":"Bone"},{"name":"Bone1"},{"name":"Arm.L"}]})";
+    }
+    std::wstring error;
+    orvhost::Object3D* model = orvhost::ImportCharacter(path, {}, error);
+    ASSERT_TRUE(model) << ORV::CString(error).GetAsciiString();
+    std::vector<std::wstring> imported;
+    orvhost::WalkObjects(model, true, [&](orvhost::Object3D* o) { imported.push_back(o->name); });
+
+    orvhost::Object3D* byHand = orvhost::CreateObject(orvhost::Root(), ORV::ovModelID, L"#model", L"ByHand");
+    std::vector<std::wstring> made;
+    orvhost::Object3D* top = orvhost::CreateObject(byHand, ORV::ovNullID, L"null", L"Bone");
+    made.push_back(top->name);
+    for (const wchar_t* n : {L"Bone", L"Bone1", L"Arm_L"})
+        made.push_back(orvhost::CreateObject(top, ORV::ovNullID, L"null", n)->name);
+    EXPECT_EQ(made, imported);
+    EXPECT_EQ((std::vector<std::wstring>{L"Bone", L"Bone1", L"Bone2", L"Arm_L"}), imported);
+    const std::vector<std::wstring> warnings = orvhost::LogTexts(ORV::ovWarning);
+    EXPECT_EQ((std::vector<std::wstring>{L"Import: the node \"Bone\" is named \"Bone1\" in the scene.",
+                                         L"Import: the node \"Bone1\" is named \"Bone2\" in the scene.",
+                                         L"Import: the node \"Arm.L\" is named \"Arm_L\" in the scene."}),
+              warnings);
+    std::remove(path.c_str());
+}
