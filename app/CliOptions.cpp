@@ -1,8 +1,37 @@
 #include "CliOptions.h"
 
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <set>
+
 namespace trovo {
 
 namespace {
+
+// Options of one verb or a few, and the verbs that take them.
+const std::map<std::string, std::set<std::string>>& VerbOptions() {
+    static const std::map<std::string, std::set<std::string>> table = {{"--name", {"import"}},
+                                                                       {"--animation", {"import"}},
+                                                                       {"--no-animation", {"import"}},
+                                                                       {"--model", {"export", "eval"}},
+                                                                       {"--start", {"export", "eval"}},
+                                                                       {"--end", {"export", "eval"}},
+                                                                       {"--step", {"eval"}},
+                                                                       {"--frame", {"eval"}},
+                                                                       {"--strict", {"run"}}};
+    return table;
+}
+
+bool ReadNumber(const std::string& option, const std::string& text, double& value, std::string& error) {
+    char* end = nullptr;
+    value = std::strtod(text.c_str(), &end);
+    if (text.empty() || !end || *end != '\0' || !std::isfinite(value)) {
+        error = "the option \"" + option + "\" needs a number, not \"" + text + "\"";
+        return false;
+    }
+    return true;
+}
 
 // Options that take a value, and where it goes.
 std::string* ValueSlot(CliOptions& o, const std::string& name) {
@@ -21,6 +50,7 @@ std::string* ValueSlot(CliOptions& o, const std::string& name) {
 bool ParseCommandLine(int argc, char** argv, CliOptions& o, std::string& error) {
     o = CliOptions();
     std::vector<std::string> positional;
+    std::vector<std::string> verbOptions;  // in the order given, for the check against the verb
     bool optionsEnded = false;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
@@ -40,16 +70,23 @@ bool ParseCommandLine(int argc, char** argv, CliOptions& o, std::string& error) 
             value = arg.substr(eq + 1);
             hasValue = true;
         }
-        if (name == "--help" || name == "--verbose") {
+        const bool flag =
+            name == "--help" || name == "--verbose" || name == "--no-animation" || name == "--strict";
+        if (flag) {
             if (hasValue) {
                 error = "the option \"" + name + "\" takes no value";
                 return false;
             }
-            (name == "--help" ? o.help : o.verbose) = true;
+            if (name == "--help") o.help = true;
+            if (name == "--verbose") o.verbose = true;
+            if (name == "--no-animation") o.noAnimation = true;
+            if (name == "--strict") o.strict = true;
+            if (VerbOptions().count(name)) verbOptions.push_back(name);
             continue;
         }
+        const bool verbOption = VerbOptions().count(name) > 0;
         std::string* slot = ValueSlot(o, name);
-        if (!slot && name != "--answer") {
+        if (!slot && name != "--answer" && !verbOption) {
             error = "unknown option \"" + name + "\"";
             return false;
         }
@@ -60,14 +97,36 @@ bool ParseCommandLine(int argc, char** argv, CliOptions& o, std::string& error) 
             }
             value = argv[++i];
         }
-        if (name == "--answer")
+        if (name == "--answer") {
             o.answers.push_back(value);
-        else
+        } else if (verbOption) {
+            verbOptions.push_back(name);
+            double number = 0.0;
+            if (name == "--name") {
+                o.name = value;
+            } else if (name == "--animation") {
+                o.animation = value;
+            } else if (name == "--model") {
+                o.model = value;
+            } else {
+                if (!ReadNumber(name, value, number, error)) return false;
+                if (name == "--start") o.start = number, o.hasStart = true;
+                if (name == "--end") o.end = number, o.hasEnd = true;
+                if (name == "--step") o.step = number, o.hasStep = true;
+                if (name == "--frame") o.frames.push_back(number);
+            }
+        } else {
             *slot = value;
+        }
     }
     if (o.help) return true;
     if (positional.empty()) return true;  // the caller shows the usage
     o.action = positional[0];
+    for (const std::string& v : verbOptions)
+        if (!VerbOptions().at(v).count(o.action)) {
+            error = "the option \"" + v + "\" does not apply to \"" + o.action + "\"";
+            return false;
+        }
     if (o.action == "commands") {
         if (positional.size() > 1) {
             error = "\"commands\" takes no arguments";
@@ -84,13 +143,69 @@ bool ParseCommandLine(int argc, char** argv, CliOptions& o, std::string& error) 
         o.arguments.assign(positional.begin() + 2, positional.end());
         return true;
     }
-    error = "unknown action \"" + o.action + "\"; use \"commands\" or \"exec\"";
-    return false;
+    if (o.action == "run" || o.action == "import" || o.action == "export") {
+        if (positional.size() != 2) {
+            error = "\"" + o.action + "\" needs one file";
+            return false;
+        }
+        o.file = positional[1];
+        if (o.action == "export" && o.model.empty()) {
+            error = "\"export\" needs --model NAME";
+            return false;
+        }
+        if (o.action == "import" && o.noAnimation && !o.animation.empty()) {
+            error = "\"--no-animation\" and \"--animation\" exclude each other";
+            return false;
+        }
+    } else if (o.action == "hierarchy") {
+        if (positional.size() != 2) {
+            error = "\"hierarchy\" needs one model";
+            return false;
+        }
+        o.model = positional[1];
+    } else if (o.action == "eval") {
+        o.objects.assign(positional.begin() + 1, positional.end());
+        if (o.objects.empty() && o.model.empty()) {
+            error = "\"eval\" needs an object or --model NAME";
+            return false;
+        }
+        if (o.hasStep && !(o.step > 0.0)) {
+            error = "the option \"--step\" needs a number above 0";
+            return false;
+        }
+        if (o.hasStep && !o.hasStart) {
+            error = "\"--step\" needs --start and --end";
+            return false;
+        }
+        if ((o.hasStart || o.hasEnd || o.hasStep) && !o.frames.empty()) {
+            error = "\"--frame\" and a range (--start, --end, --step) exclude each other";
+            return false;
+        }
+    } else {
+        error =
+            "unknown action \"" + o.action + "\"; use commands, exec, run, import, export, eval or hierarchy";
+        return false;
+    }
+    if (o.hasStart != o.hasEnd) {
+        error = "\"--start\" and \"--end\" go together";
+        return false;
+    }
+    if (o.hasStart && o.end < o.start) {
+        error = "the range ends before it starts";
+        return false;
+    }
+    return true;
 }
 
 std::string UsageText(const std::string& defaultFactory) {
     return "Usage: trovo [OPTIONS] commands\n"
            "       trovo [OPTIONS] exec NAME [ARG...]\n"
+           "       trovo [OPTIONS] run FILE [--strict]\n"
+           "       trovo [OPTIONS] import FILE [--name NAME] [--no-animation] [--animation NAME]\n"
+           "       trovo [OPTIONS] export FILE --model NAME [--start F --end F]\n"
+           "       trovo [OPTIONS] eval OBJECT... [--frame F]... | [--start F --end F [--step S]]\n"
+           "       trovo [OPTIONS] eval --model NAME [--frame F]... | [--start F --end F [--step S]]\n"
+           "       trovo [OPTIONS] hierarchy MODEL\n"
            "\n"
            "Runs the Trovo retargeting plug-in inside a headless animation host: loads the\n"
            "plug-in, optionally opens a scene, runs one command by name and saves the scene.\n"
@@ -108,6 +223,36 @@ std::string UsageText(const std::string& defaultFactory) {
            "                      Model arguments (names ending in \"model\" or \"_rig\") take\n"
            "                      the name of a model of the scene or a full path (Rig.Hips);\n"
            "                      an @ before any value passes the object of that name instead.\n"
+           "  run FILE            Run the commands of FILE in one session, one per line as for\n"
+           "                      exec (NAME, then its arguments); \"double quotes\" keep spaces\n"
+           "                      in one value, # starts a comment, blank lines are skipped.\n"
+           "                      Every line runs; with --strict the run stops at the first\n"
+           "                      command that fails, returns false or logs a warning (severity\n"
+           "                      4), names it as FILE:LINE, and the scene is not saved.\n"
+           "  import FILE         Read a character file (.glb, .gltf, .fbx, .dae, .bvh and what\n"
+           "                      else Assimp reads) into one new model under the scene root,\n"
+           "                      named after the file or --name NAME: one null per node, its\n"
+           "                      rest pose on the local parameters, the file's first animation\n"
+           "                      (or --animation NAME; none with --no-animation) as curves at\n"
+           "                      the scene's frame rate, file time 0 at frame 1, and Play\n"
+           "                      Control's In and Out set to it. Meshes, skins and materials\n"
+           "                      stay with the model for export. Prints the model's name.\n"
+           "  export FILE         Write the model --model NAME by the suffix of FILE (.glb,\n"
+           "                      .gltf, .fbx, .dae, .bvh): its hierarchy and its motion sampled\n"
+           "                      at every frame from Play Control's In to Out (or --start to\n"
+           "                      --end), frame start at time 0. An imported model keeps its\n"
+           "                      meshes, skins and rest pose; its motion replaces the file's\n"
+           "                      animations. BVH rotations are written Z, X, Y.\n"
+           "  eval                Print global transforms: of each OBJECT (a model's name or a\n"
+           "                      full path), or of the model --model NAME and every object\n"
+           "                      below it, at the current frame, at each --frame F, or from\n"
+           "                      --start to --end every --step frames (default 1). One line\n"
+           "                      per object and frame:\n"
+           "                      NAME FRAME posx posy posz rotx roty rotz qw qx qy qz sclx scly sclz\n"
+           "                      rotations as X, Y, Z angles in degrees (order XYZ) and as a\n"
+           "                      quaternion, numbers with 9 significant digits.\n"
+           "  hierarchy MODEL     Print the model and every object below it, one per line,\n"
+           "                      indented by two spaces per level: NAME (TYPE).\n"
            "\n"
            "Options:\n"
            "  --plugin PATH       the plug-in library (default: libtrovo.so next to trovo)\n"
@@ -135,12 +280,18 @@ std::string UsageText(const std::string& defaultFactory) {
            "\"? <dialog>: <question> -> <answer taken>\".\n"
            "Exit status: 0 when the command ran, 1 when it or loading or saving failed,\n"
            "2 on bad usage.\n"
+           "A failed import or export, and a run stopped by --strict, leave the scene file\n"
+           "unsaved.\n"
            "\n"
            "Examples:\n"
            "  trovo commands\n"
            "  trovo --scene rig.orvscene --save out.orvscene exec RetargetBVH Rig walk.bvh walk.map\n"
            "  trovo --scene rig.orvscene exec GetValue PlayControl.Current\n"
-           "  trovo --save new.orvscene exec SetValue PlayControl.Out 200   (a new scene, saved)\n";
+           "  trovo --save new.orvscene exec SetValue PlayControl.Out 200   (a new scene, saved)\n"
+           "  trovo --save fox.orvscene import Fox.glb --animation Walk\n"
+           "  trovo --scene fox.orvscene export walk.glb --model Fox\n"
+           "  trovo --scene fox.orvscene eval --model Fox --start 1 --end 300 --step 10\n"
+           "  trovo --scene rig.orvscene --save out.orvscene run --strict steps.txt\n";
 }
 
 }  // namespace trovo

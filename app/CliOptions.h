@@ -13,9 +13,19 @@ struct CliOptions {
     std::string user, shared, factory, dataRoot;
     std::string scene, save;
     std::vector<std::string> answers;
-    std::string action;  // "commands" or "exec"
+    std::string action;  // "commands", "exec", "run", "import", "export", "eval", "hierarchy"
     std::string command;
     std::vector<std::string> arguments;
+
+    // Options of the verbs other than exec.
+    std::string file;  // run, import, export: the file
+    std::string name, animation, model;
+    bool noAnimation = false;
+    bool strict = false;
+    bool hasStart = false, hasEnd = false, hasStep = false;
+    double start = 0.0, end = 0.0, step = 1.0;
+    std::vector<double> frames;        // eval --frame, in the order given
+    std::vector<std::string> objects;  // eval: objects by name or path
 };
 
 // Reads argv. Options may stand before or after the action; "--" ends the options, so that a

@@ -1,5 +1,6 @@
 // trovo: the command-line front end of the headless host. Loads the plug-in, opens a scene,
-// runs one command by name, prints its result and saves the scene.
+// runs one command by name (or a file of them, or a character import or export, or prints
+// what the scene holds), prints its result and saves the scene.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include "CliOptions.h"
 #include "CliValues.h"
 #include "HostUI.h"
+#include "Verbs.h"
 
 #ifndef TROVO_DEFAULT_FACTORY_DIR
 #define TROVO_DEFAULT_FACTORY_DIR "data"
@@ -117,6 +119,8 @@ int ListCommands(const std::string& pluginPath) {
 }
 
 int Exec(const trovo::CliOptions& opt);
+int OpenSession(const trovo::CliOptions& opt);
+int SaveSession(const trovo::CliOptions& opt);
 
 }  // namespace
 
@@ -187,20 +191,43 @@ int main(int argc, char** argv) {
 
     // The session ends as a host closes its scene: its operators and plug-in properties hear
     // their _Term.
-    const int code = Exec(opt);
+    int code = OpenSession(opt);
+    if (code == kOk) {
+        trovo::VerbResult r;
+        if (opt.action == "exec") {
+            code = Exec(opt);
+        } else {
+            if (opt.action == "run")
+                r = trovo::RunFile(opt);
+            else if (opt.action == "import")
+                r = trovo::ImportVerb(opt);
+            else if (opt.action == "export")
+                r = trovo::ExportVerb(opt);
+            else if (opt.action == "eval")
+                r = trovo::EvalVerb(opt);
+            else
+                r = trovo::HierarchyVerb(opt);
+            std::cout.flush();
+            code = r.code;
+            if (r.save) {
+                const int saved = SaveSession(opt);
+                if (saved != kOk) code = saved;
+            }
+        }
+    }
     orvhost::ResetScene();
     return code;
 }
 
 namespace {
 
-// Opens the scene, runs the command, prints its result and saves the scene.
-int Exec(const trovo::CliOptions& opt) {
-    std::string error;
-    orvhost::CommandInfo info;
-    if (!orvhost::FindCommand(trovo::Widen(opt.command), info))
-        return BadUsage("unknown command \"" + opt.command + "\"; \"trovo commands\" lists them");
-
+// Opens the scene of --scene, or starts a new one.
+int OpenSession(const trovo::CliOptions& opt) {
+    if (opt.action == "exec") {
+        orvhost::CommandInfo info;
+        if (!orvhost::FindCommand(trovo::Widen(opt.command), info))
+            return BadUsage("unknown command \"" + opt.command + "\"; \"trovo commands\" lists them");
+    }
     if (!opt.scene.empty()) {
         std::wstring sceneError;
         if (!orvhost::OpenScene(opt.scene, sceneError))
@@ -209,6 +236,22 @@ int Exec(const trovo::CliOptions& opt) {
         // A session without a scene file starts a new scene, and the plug-ins hear of it.
         orvhost::NewScene();
     }
+    return kOk;
+}
+
+int SaveSession(const trovo::CliOptions& opt) {
+    if (opt.save.empty()) return kOk;
+    std::wstring saveError;
+    if (!orvhost::SaveScene(opt.save, saveError))
+        return Failed("cannot save the scene to \"" + opt.save + "\": " + trovo::Narrow(saveError));
+    return kOk;
+}
+
+// Runs the command, prints its result and saves the scene.
+int Exec(const trovo::CliOptions& opt) {
+    std::string error;
+    orvhost::CommandInfo info;
+    orvhost::FindCommand(trovo::Widen(opt.command), info);
 
     ORV::CValueArray args;
     if (!trovo::BuildArguments(info.name, info.arguments, opt.arguments, args, error)) return BadUsage(error);
@@ -224,11 +267,8 @@ int Exec(const trovo::CliOptions& opt) {
         std::cerr << "trovo: " << orvhost::PendingAnswers() << " answer"
                   << (orvhost::PendingAnswers() == 1 ? " was" : "s were") << " not asked for.\n";
 
-    if (!opt.save.empty()) {
-        std::wstring saveError;
-        if (!orvhost::SaveScene(opt.save, saveError))
-            return Failed("cannot save the scene to \"" + opt.save + "\": " + trovo::Narrow(saveError));
-    }
+    const int saved = SaveSession(opt);
+    if (saved != kOk) return saved;
     return status == ORV::CStatus::OK ? kOk : kFailed;
 }
 

@@ -270,6 +270,11 @@ Object3D* OwningObject(const Item* item);
 // Makes a name unique inside the model that will own an object under `parent`.
 std::wstring UniqueName(Object3D* parent, const std::wstring& wanted, const Object3D* self = nullptr);
 Object3D* CreateObject(Object3D* parent, int classId, const std::wstring& type, const std::wstring& name);
+// As CreateObject, for a caller that has made a non-empty name unique in its model itself (an
+// importer filling a new model): the model's names are not searched, which keeps a large
+// import linear.
+Object3D* CreateObjectWithUniqueName(Object3D* parent, int classId, const std::wstring& type,
+                                     const std::wstring& name);
 // Deletes an object with its whole branch; everything referring to it stops resolving.
 void DeleteItem(Item* item);
 // Re-parents keeping the global pose.

@@ -243,11 +243,14 @@ std::wstring UniqueName(Object3D* parent, const std::wstring& wanted, const Obje
 
 // --- Objects ----------------------------------------------------------------------------------
 
-Object3D* CreateObject(Object3D* parent, int classId, const std::wstring& type, const std::wstring& name) {
+namespace {
+
+Object3D* MakeObject(Object3D* parent, int classId, const std::wstring& type, const std::wstring& name,
+                     bool checkName) {
     if (!parent) parent = Root();
     std::wstring wanted = name;
     if (wanted.empty()) wanted = classId == ORV::ovModelID ? L"Model" : type;
-    auto obj = std::make_unique<Object3D>(classId, type, UniqueName(parent, wanted));
+    auto obj = std::make_unique<Object3D>(classId, type, checkName ? UniqueName(parent, wanted) : wanted);
     Object3D* raw = parent->Own(std::move(obj));
     raw->parent3D = parent;
     parent->children.push_back(raw);
@@ -265,6 +268,17 @@ Object3D* CreateObject(Object3D* parent, int classId, const std::wstring& type, 
     AddPropertyTo(raw, L"Visibility", L"visibility");
     TheHost().Touch();
     return raw;
+}
+
+}  // namespace
+
+Object3D* CreateObject(Object3D* parent, int classId, const std::wstring& type, const std::wstring& name) {
+    return MakeObject(parent, classId, type, name, true);
+}
+
+Object3D* CreateObjectWithUniqueName(Object3D* parent, int classId, const std::wstring& type,
+                                     const std::wstring& name) {
+    return MakeObject(parent, classId, type, name, false);
 }
 
 static void RunDeleteHooks(Item* item) {

@@ -10,7 +10,7 @@ $SUDO apt-get update
 $SUDO apt-get install -y --no-install-recommends \
   cmake g++ make pkg-config \
   googletest libgtest-dev libgmock-dev libbenchmark-dev \
-  libxerces-c-dev nlohmann-json3-dev binutils
+  libxerces-c-dev nlohmann-json3-dev libassimp-dev binutils
 
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release
 cmake --build build -j2
