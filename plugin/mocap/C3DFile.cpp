@@ -154,6 +154,11 @@ void C3DFile::LogValue(const ORV::CString& label, ORV::CValue value) {
 bool C3DFile::readFromStream(FileStream& in, ZUK::UpDirection up, bool truncateAtLoss) {
     clear();
     const int fileLength = in.file ? StdFileLength(in.file) : -1;
+    // Not even the header block: nothing of this file is C3D.
+    if (fileLength >= 0 && fileLength < kBlockSize) {
+        app.LogMessage(L"The C3D file is too short to hold a header.", 4);
+        return false;
+    }
 
     // 1. Header words. Only the low byte of the first word counts: the parameter block number.
     in.seek(0);
@@ -251,7 +256,8 @@ bool C3DFile::readFromStream(FileStream& in, ZUK::UpDirection up, bool truncateA
     for (int f = 0; f < frameCount; ++f) {
         // The last frame may be cut short by the end of the file: what it lacks reads as zero.
         if (f == frameCount - 1) std::fill(buffer.begin(), buffer.end(), 0);
-        if (frameBytes > 0) in.readBytes(reinterpret_cast<char*>(buffer.data()), static_cast<int>(frameBytes));
+        if (frameBytes > 0)
+            in.readBytes(reinterpret_cast<char*>(buffer.data()), static_cast<int>(frameBytes));
         ORV::MATH::CVector3* frame = points + static_cast<long>(f) * pointCount;
         bool complete = true;
         for (int p = 0; p < pointCount; ++p) {

@@ -97,8 +97,9 @@ public:
     // open or does not read. Owned by the caller.
     static C3DFile* CreateFromFile(const ORV::CString& path, ZUK::UpDirection up, bool truncateAtLoss);
 
-    // Reads the whole file. False when the last frame is below the first, and when the header's
-    // counts are impossible or the file holds none of the frames it announces (both logged).
+    // Reads the whole file. False when the last frame is below the first, and when the file is
+    // shorter than a header block, the header's counts are impossible or the file holds none of
+    // the frames it announces (these three logged).
     // Every other oddity is carried through.
     bool readFromStream(FileStream& in, ZUK::UpDirection up, bool truncateAtLoss);
     // A zero vector held in static storage for a point or frame out of range.

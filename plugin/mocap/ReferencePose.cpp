@@ -67,8 +67,8 @@ CVector3 markerAt(const CVector3* points, int count, int index) {
 
 // The nearest three markers to the node that are not the same point, skipping those marked in
 // `excluded`. True when all three were found; `out` keeps what was found either way.
-bool findThreePointConstraint(const CTransformation& node, CVector3* points, int count, ThreePointConstraint& out,
-                              const bool* excluded) {
+bool findThreePointConstraint(const CTransformation& node, CVector3* points, int count,
+                              ThreePointConstraint& out, const bool* excluded) {
     // 1.
     out.markers[0] = out.markers[1] = out.markers[2] = -1;
     if (count < 1 || !points) return false;
@@ -78,7 +78,9 @@ bool findThreePointConstraint(const CTransformation& node, CVector3* points, int
     double best[3] = {DBL_MAX, DBL_MAX, DBL_MAX};
     CVector3 kept[3];
     const CVector3& position = node.GetTranslation();
-    auto distinct = [](const CVector3& a, const CVector3& b) { return (a - b).GetLengthSquared() > kSamePointSquared; };
+    auto distinct = [](const CVector3& a, const CVector3& b) {
+        return (a - b).GetLengthSquared() > kSamePointSquared;
+    };
     for (int i = 0; i < count; ++i) {
         if (excluded && excluded[i]) continue;
         const CVector3& p = points[i];
@@ -111,8 +113,8 @@ bool findThreePointConstraint(const CTransformation& node, CVector3* points, int
     if (out.markers[0] < 0 || out.markers[1] < 0 || out.markers[2] < 0) return false;
 
     // 4.
-    const CTransformation frame =
-        ThreePointConstraint::markerFrame(points[out.markers[0]], points[out.markers[1]], points[out.markers[2]]);
+    const CTransformation frame = ThreePointConstraint::markerFrame(
+        points[out.markers[0]], points[out.markers[1]], points[out.markers[2]]);
     out.offset = ORV::MATH::MapWorldPoseToObjectSpace(frame, node);
     return true;
 }
@@ -143,7 +145,8 @@ bool nodeIsFarther(ORV::X3DObject a, ORV::X3DObject b, CVector3 point) {
 }
 
 bool usesMarker(const ThreePointConstraint& constraint, int marker) {
-    return constraint.markers[0] == marker || constraint.markers[1] == marker || constraint.markers[2] == marker;
+    return constraint.markers[0] == marker || constraint.markers[1] == marker ||
+           constraint.markers[2] == marker;
 }
 
 // Whether the constraint's triangle is too small or too flat to span a frame. A constraint with
@@ -152,8 +155,10 @@ bool badTriangle(const ThreePointConstraint& constraint, const CVector3* points,
     for (int k = 0; k < 3; ++k) {
         if (constraint.markers[k] < 0 || constraint.markers[k] >= count) return true;
     }
-    CVector3 e1 = markerAt(points, count, constraint.markers[1]) - markerAt(points, count, constraint.markers[0]);
-    CVector3 e2 = markerAt(points, count, constraint.markers[2]) - markerAt(points, count, constraint.markers[0]);
+    CVector3 e1 =
+        markerAt(points, count, constraint.markers[1]) - markerAt(points, count, constraint.markers[0]);
+    CVector3 e2 =
+        markerAt(points, count, constraint.markers[2]) - markerAt(points, count, constraint.markers[0]);
     if (e1.GetLength() < kShortestEdge || e2.GetLength() < kShortestEdge) return true;
     e1.NormalizeInPlace();
     e2.NormalizeInPlace();
@@ -205,8 +210,8 @@ void cleanupConstraint(ORV::CRefArray nodes, ORV::X3DObject node, CVector3* poin
             if (searched) {
                 if (!found) {
                     // 5.
-                    app.LogMessage(L"Failed to find a clean three point constraint for the " + node.GetName() +
-                                       L" node.",
+                    app.LogMessage(L"Failed to find a clean three point constraint for the " +
+                                       node.GetName() + L" node.",
                                    8);
                     constraints[j] = saved;
                     return;
@@ -254,8 +259,9 @@ CTransformation ThreePointConstraint::markerFrame(const CVector3& a, const CVect
 }
 
 CTransformation ThreePointConstraint::nodePose(const CVector3* points, int count) const {
-    const CTransformation frame = markerFrame(markerAt(points, count, markers[0]), markerAt(points, count, markers[1]),
-                                              markerAt(points, count, markers[2]));
+    const CTransformation frame =
+        markerFrame(markerAt(points, count, markers[0]), markerAt(points, count, markers[1]),
+                    markerAt(points, count, markers[2]));
     CTransformation pose;
     pose.Mul(offset, frame);
     return pose;
@@ -310,7 +316,8 @@ void ReferencePose::compute3PointConstraint(ORV::Model rig, CVector3* points, in
     int index = 0;
     for (long i = 0; i < all.GetCount() && index < nodeCount; ++i) {
         if (isConnectionLine(all[i])) continue;
-        findThreePointConstraint(globalOf(ORV::X3DObject(all[i])), points, count, constraints[index], nullptr);
+        findThreePointConstraint(globalOf(ORV::X3DObject(all[i])), points, count, constraints[index],
+                                 nullptr);
         ++index;
     }
     // Second pass, only once all nodes have theirs.
@@ -425,8 +432,8 @@ bool ReferencePose::createConversionMap(ORV::Model markers) {
 
     // 3. An exact name, taken or not; else a free name one character longer or shorter that
     // contains or is contained in it, which tolerates the host's suffix on a clashing name.
-    const int named = static_cast<int>(names.GetCount()) < markerCount ? static_cast<int>(names.GetCount())
-                                                                        : markerCount;
+    const int named =
+        static_cast<int>(names.GetCount()) < markerCount ? static_cast<int>(names.GetCount()) : markerCount;
     for (int k = 0; k < markerCount; ++k) {
         const ORV::CString name = ORV::OVObject(objects[k]).GetName();
         int found = -1;
@@ -453,7 +460,8 @@ bool ReferencePose::createConversionMap(ORV::Model markers) {
         if (referenceToCurrent[r] >= 0) continue;
         const ORV::CString name = r < named ? names[r] : ORV::CString();
         Util::alert(L"The reference pose has a node " + name +
-                    L" that could not be matched to a point in the motion data.\n" + L"Failed to import the motion.");
+                    L" that could not be matched to a point in the motion data.\n" +
+                    L"Failed to import the motion.");
         return false;
     }
     return true;
@@ -532,7 +540,8 @@ bool ReferencePose::saveToFile(const ORV::CString& path, ORV::Model rig, ORV::Mo
     if (!out.file) return false;
 
     out << ORV::CString(C3DImport::VERSION) << '\n';
-    out << ORV::CString(tag.GetParameterValue(TagPPG::STRUCTUREFILE_NAME)) << ' ' << static_cast<int>(up) << '\n';
+    out << ORV::CString(tag.GetParameterValue(TagPPG::STRUCTUREFILE_NAME)) << ' ' << static_cast<int>(up)
+        << '\n';
     out << markerCount << nodeCount << '\n';
     ORV::CRefArray objects = markerObjects(markers);
     for (long i = 0; i < objects.GetCount(); ++i) out << ORV::OVObject(objects[i]).GetName() << '\n';

@@ -1,7 +1,5 @@
 // C3DFile on small files written byte by byte: header, parameters, samples and the clean-up
 // of incomplete frames and lost markers.
-#include "mocap/C3DFile.h"
-
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -15,6 +13,7 @@
 #include "HostTesting.h"
 #include "TempFile.h"
 #include "core/FileStream.h"
+#include "mocap/C3DFile.h"
 
 using c3dtest::Builder;
 using c3dtest::Logged;
@@ -36,14 +35,14 @@ protected:
     void SetUp() override { orvhost::ClearLog(); }
 
     // Reads `bytes` through a file, as the import does.
-    bool Read(const std::string& bytes, C3DFile& file, ZUK::UpDirection up = ZUK::YUp, bool truncate = false) {
+    bool Read(const std::string& bytes, C3DFile& file, ZUK::UpDirection up = ZUK::YUp,
+              bool truncate = false) {
         TempFile temp(bytes, ".c3d");
         EXPECT_TRUE(temp.Ok());
         FileStream stream(temp.Path());
         EXPECT_TRUE(stream.ok());
         return file.readFromStream(stream, up, truncate);
     }
-
 };
 
 void ExpectNear(const CVector3& v, double x, double y, double z, double tolerance = 1e-9) {
@@ -76,13 +75,17 @@ TEST_F(C3DFileTest, HeaderIsTracedAtInformationSeverity) {
     b.scale = -0.5f;
     C3DFile file;
     ASSERT_TRUE(Read(b.Build(), file));
-    const std::vector<std::pair<std::wstring, int>> expected = {
-        {L"param block offset: 2", 8},     {L"numPoints: 1", 8},
-        {L"numAnalog: 0", 8},              {L"firstFrame: 5", 8},
-        {L"lastFrame: 8", 8},              {L"interpGap: 10", 8},
-        {L"analog samples per frame: 0", 8}, {L"numParamBlocks: 1", 8},
-        {L"procType: 84", 8},              {L"converted frame rate: 120", 8},
-        {L"converted scale factor: -0.5", 8}};
+    const std::vector<std::pair<std::wstring, int>> expected = {{L"param block offset: 2", 8},
+                                                                {L"numPoints: 1", 8},
+                                                                {L"numAnalog: 0", 8},
+                                                                {L"firstFrame: 5", 8},
+                                                                {L"lastFrame: 8", 8},
+                                                                {L"interpGap: 10", 8},
+                                                                {L"analog samples per frame: 0", 8},
+                                                                {L"numParamBlocks: 1", 8},
+                                                                {L"procType: 84", 8},
+                                                                {L"converted frame rate: 120", 8},
+                                                                {L"converted scale factor: -0.5", 8}};
     EXPECT_EQ(c3dtest::Log(), expected);
     EXPECT_EQ(file.pointCount, 1);
     EXPECT_EQ(file.firstFrame, 5);
@@ -473,7 +476,8 @@ TEST_F(C3DFileTest, StringValueFailsWithoutTouchingTheOutput) {
 
 TEST_F(C3DFileTest, BlankStringValueIsEmptyAndTrue) {
     Builder b = Track(2);
-    b.parameters = c3dtest::Group("POINT", 1, "") + c3dtest::Parameter("LABELS", 1, -1, {3, 2}, " \t  \n ", "", true);
+    b.parameters =
+        c3dtest::Group("POINT", 1, "") + c3dtest::Parameter("LABELS", 1, -1, {3, 2}, " \t  \n ", "", true);
     C3DFile file;
     ASSERT_TRUE(Read(b.Build(), file));
     ORV::CString out(L"unchanged");
@@ -483,7 +487,8 @@ TEST_F(C3DFileTest, BlankStringValueIsEmptyAndTrue) {
 
 TEST_F(C3DFileTest, StringBytesAboveAsciiWidenBySignExtension) {
     Builder b = Track(2);
-    b.parameters = c3dtest::Group("POINT", 1, "") + c3dtest::Parameter("LABELS", 1, -1, {3}, "A\xe9 ", "", true);
+    b.parameters =
+        c3dtest::Group("POINT", 1, "") + c3dtest::Parameter("LABELS", 1, -1, {3}, "A\xe9 ", "", true);
     C3DFile file;
     ASSERT_TRUE(Read(b.Build(), file));
     ORV::CString out;
@@ -684,4 +689,18 @@ TEST_F(C3DFileTest, CreateFromFileOwnsTheResultOrGivesNull) {
     c3dtest::PutWord(bytes, 6, 10);
     TempFile bad(bytes, ".c3d");
     EXPECT_EQ(C3DFile::CreateFromFile(bad.Path(), ZUK::YUp, false), nullptr);
+}
+
+TEST_F(C3DFileTest, FileShorterThanAHeaderBlockFails) {
+    for (size_t length : {0, 1, 24, 511}) {
+        orvhost::ClearLog();
+        const std::string bytes = Track(3).Build().substr(0, length);
+        C3DFile file;
+        EXPECT_FALSE(Read(bytes, file)) << length;
+        EXPECT_EQ(
+            c3dtest::Log(),
+            (std::vector<std::pair<std::wstring, int>>{{L"The C3D file is too short to hold a header.", 4}}))
+            << length;
+        EXPECT_EQ(file.points, nullptr);
+    }
 }

@@ -75,7 +75,8 @@ inline std::string Group(const std::string& name, int id, const std::string& des
 
 // A parameter record of group `id`.
 inline std::string Parameter(const std::string& name, int id, int type, const std::vector<int>& dimensions,
-                             const std::string& data, const std::string& description = "", bool last = false) {
+                             const std::string& data, const std::string& description = "",
+                             bool last = false) {
     std::string r;
     r += static_cast<char>(name.size());
     r += static_cast<char>(id);
