@@ -303,6 +303,24 @@ TEST_F(ReferencePoseTest, FewerThanThreeUsableMarkersLeavesMinusOneAndLogsTheFai
     EXPECT_EQ(orvhost::LogEntries().size(), 1u);
 }
 
+TEST_F(ReferencePoseTest, RestartedWalkRunsOneEntryBehind) {
+    // The node of the test above without Extra. After its first new search the walk restarts at
+    // the second entry with j = 0, so Other comes up as j = 2, the node's own index, and is
+    // skipped: the walk ends there and the nearly straight triangle M1, M2, W1 stays.
+    ORV::Model rig = AddModel(L"Rig");
+    ORV::X3DObject top = AddNull(rig, L"Top", CVector3(0, 0, 0));
+    ORV::X3DObject hips = AddNull(top, L"Hips", CVector3(0, 10, 0));
+    ORV::X3DObject node = AddNull(hips, L"Node", CVector3(0, 13, 0));
+    AddNull(node, L"Other", CVector3(0, 30, 0));
+    enum { M1, M2, M3, W1, W2, W3 };
+    CVector3 points[6] = {CVector3(0, 13.5, 0),  CVector3(0, 14, 0),   CVector3(0, 14.6, 0),
+                          CVector3(0.5, 30, 0), CVector3(0, 30.7, 0), CVector3(0, 30, 0.6)};
+    ReferencePose map;
+    map.compute3PointConstraint(rig, points, 6);
+    ExpectMarkers(map.constraints[2], M1, M2, W1);
+    EXPECT_TRUE(orvhost::LogEntries().empty());
+}
+
 TEST_F(ReferencePoseTest, NoMarkersLeavesEveryConstraintEmpty) {
     ORV::Model rig = AddModel(L"Rig");
     AddNull(rig, L"A", CVector3(1, 0, 0));
