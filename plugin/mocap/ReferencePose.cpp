@@ -304,6 +304,16 @@ ORV::CRefArray ReferencePose::RigNodes(ORV::Model rig) {
     return out;
 }
 
+int ReferencePose::findNodeIndex(const ORV::CRefArray& nodes, ORV::X3DObject object) {
+    int index = 0;
+    for (long i = 0; i < nodes.GetCount(); ++i) {
+        if (isConnectionLine(nodes[i])) continue;
+        if (nodes[i] == object.GetRef()) return index;
+        ++index;
+    }
+    return -1;
+}
+
 void ReferencePose::compute3PointConstraint(ORV::Model rig, CVector3* points, int count) {
     ORV::CRefArray all = allObjects(rig);
     const int nodes = static_cast<int>(RigNodes(rig).GetCount());

@@ -57,6 +57,9 @@ public:
 
     // The rig nodes of `rig`, in node index order.
     static ORV::CRefArray RigNodes(ORV::Model rig);
+    // The node index of `object` in `nodes`, a walk that may hold connection lines, counted as
+    // the rig-node walk counts; -1 when it is not there.
+    static int findNodeIndex(const ORV::CRefArray& nodes, ORV::X3DObject object);
 
     // Nearest three markers for every node, then the clean-up of shared markers and flat
     // triangles, node by node.

@@ -313,7 +313,7 @@ TEST_F(ReferencePoseTest, RestartedWalkRunsOneEntryBehind) {
     ORV::X3DObject node = AddNull(hips, L"Node", CVector3(0, 13, 0));
     AddNull(node, L"Other", CVector3(0, 30, 0));
     enum { M1, M2, M3, W1, W2, W3 };
-    CVector3 points[6] = {CVector3(0, 13.5, 0),  CVector3(0, 14, 0),   CVector3(0, 14.6, 0),
+    CVector3 points[6] = {CVector3(0, 13.5, 0), CVector3(0, 14, 0),   CVector3(0, 14.6, 0),
                           CVector3(0.5, 30, 0), CVector3(0, 30.7, 0), CVector3(0, 30, 0.6)};
     ReferencePose map;
     map.compute3PointConstraint(rig, points, 6);
@@ -425,6 +425,22 @@ TEST_F(ReferencePoseTest, ConnectionLinesAreNoRigNodes) {
     ASSERT_EQ(nodes.GetCount(), 2);
     EXPECT_TRUE(nodes[0] == node.GetRef());
     EXPECT_TRUE(nodes[1] == child.GetRef());
+}
+
+TEST_F(ReferencePoseTest, NodeIndexCountsAsTheRigWalkDoes) {
+    ORV::Model rig = AddModel(L"Rig");
+    ORV::X3DObject node = AddNull(rig, L"Node", CVector3(0, 0, 0));
+    ORV::X3DObject line = ZUK::Util::drawLine(node, CVector3(0, 0, 0), CVector3(1, 1, 1), L"", 1);
+    ORV::X3DObject child = AddNull(node, L"Child", CVector3(0, 0, 5));
+    ORV::X3DObject elsewhere = AddNull(Root(), L"Elsewhere", CVector3());
+    ORV::CStringArray families;
+    families.Add(ov3DObjectFamily);
+    const ORV::CRefArray all = rig.FindChildren(L"", L"", families, true);
+    ASSERT_EQ(all.GetCount(), 3);
+    EXPECT_EQ(ReferencePose::findNodeIndex(all, node), 0);
+    EXPECT_EQ(ReferencePose::findNodeIndex(all, child), 1);
+    EXPECT_EQ(ReferencePose::findNodeIndex(all, line), -1);
+    EXPECT_EQ(ReferencePose::findNodeIndex(all, elsewhere), -1);
 }
 
 // ---- Marker order -----------------------------------------------------------------------------
