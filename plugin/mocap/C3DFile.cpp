@@ -199,13 +199,14 @@ bool C3DFile::readFromStream(FileStream& in, ZUK::UpDirection up, bool truncateA
     unsigned char parameterBlocks = 0;
     unsigned char processor = 0;
     in >> ignored >> ignored >> parameterBlocks >> processor;
-    LogValue(L"numParamBlocks", static_cast<int>(parameterBlocks));
     LogValue(L"procType", static_cast<int>(processor));
     in.setFloatFormat(static_cast<FileStream::FloatFormat>(processor));
     frameRate = in.convertFloat(rawRate);
     scale = in.convertFloat(rawScale);
     LogValue(L"converted frame rate", frameRate);
     LogValue(L"converted scale factor", scale);
+    // The block count is traced last, after the converted values.
+    LogValue(L"numParamBlocks", static_cast<int>(parameterBlocks));
 
     // 6. Parameter records, one behind the other.
     while (readParamOrGroup(in)) {

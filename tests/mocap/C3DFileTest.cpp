@@ -82,10 +82,10 @@ TEST_F(C3DFileTest, HeaderIsTracedAtInformationSeverity) {
                                                                 {L"lastFrame: 8", 8},
                                                                 {L"interpGap: 10", 8},
                                                                 {L"analog samples per frame: 0", 8},
-                                                                {L"numParamBlocks: 1", 8},
                                                                 {L"procType: 84", 8},
                                                                 {L"converted frame rate: 120", 8},
-                                                                {L"converted scale factor: -0.5", 8}};
+                                                                {L"converted scale factor: -0.5", 8},
+                                                                {L"numParamBlocks: 1", 8}};
     EXPECT_EQ(c3dtest::Log(), expected);
     EXPECT_EQ(file.pointCount, 1);
     EXPECT_EQ(file.firstFrame, 5);
