@@ -138,6 +138,46 @@ TEST(C3DFileRealData, Sample02MatchesBytesReadByHand) {
     }
 }
 
+// dec_real.c3d at 6144 + frame * 832 + marker * 16, read with "xxd -s OFFSET -l 12", in the
+// order of kHandRead.
+const unsigned char kDecBytes[9][12] = {
+    {0xb2, 0x44, 0xed, 0x8c, 0x5b, 0x45, 0x67, 0x40, 0x67, 0x43, 0xa1, 0xb1},
+    {0xcd, 0x43, 0x3c, 0xd3, 0x07, 0x45, 0x9e, 0x2d, 0xbc, 0x44, 0x48, 0xf4},
+    {0x23, 0xc3, 0xe2, 0x15, 0x47, 0x45, 0xa5, 0x37, 0x6e, 0x45, 0x36, 0x71},
+    {0xb4, 0x44, 0xd0, 0x60, 0x5f, 0x45, 0x26, 0x54, 0x86, 0x43, 0xa1, 0xf7},
+    {0xf8, 0x43, 0x9e, 0x00, 0x9f, 0x45, 0x1f, 0x4a, 0x52, 0x44, 0xeb, 0xe2},
+    {0x5f, 0xc3, 0x1e, 0xd2, 0x66, 0x45, 0xb6, 0x5b, 0x77, 0x45, 0xab, 0x28},
+    {0xc7, 0x44, 0xa2, 0x5b, 0x0b, 0x46, 0xe0, 0x0f, 0x7f, 0x43, 0x2a, 0x50},
+    {0xe4, 0x43, 0xd7, 0x51, 0xc7, 0x45, 0x9e, 0xa3, 0x9b, 0x44, 0x5b, 0x7e},
+    {0x6e, 0xc2, 0x36, 0x71, 0x03, 0x46, 0x52, 0xe4, 0x7a, 0x45, 0x79, 0x52},
+};
+
+// A VAX F-floating value from its four bytes: two little-endian words, sign, exponent (bias
+// 128) and fraction in the first, more fraction in the second; value 0.1f x 2^(e - 128).
+double VaxValue(const unsigned char* b) {
+    const unsigned high = b[0] | (b[1] << 8);
+    const unsigned low = b[2] | (b[3] << 8);
+    const int exponent = (high >> 7) & 0xff;
+    if (exponent == 0) return 0.0;
+    const double fraction = 0.5 + static_cast<double>(((high & 0x7f) << 16) | low) / 16777216.0;
+    return ((high >> 15) ? -1.0 : 1.0) * std::ldexp(fraction, exponent - 128);
+}
+
+TEST(C3DFileRealData, Sample02DecFileMatchesBytesReadByHand) {
+    std::unique_ptr<C3DFile> dec = Read(kSample02[3]);
+    ASSERT_NE(dec, nullptr);
+    for (int i = 0; i < 9; ++i) {
+        const HandRead& h = kHandRead[i];
+        const CVector3& v = dec->sample(h.marker, h.fileFrame - kSampleSkipped);
+        for (int k = 0; k < 3; ++k) {
+            const double expected = VaxValue(kDecBytes[i] + 4 * k);
+            EXPECT_EQ(v[k], expected) << h.fileFrame << " " << h.marker << " " << k;
+            // The same recording: the Intel float file holds the very same values.
+            EXPECT_EQ(expected, h.real[k]) << h.fileFrame << " " << h.marker << " " << k;
+        }
+    }
+}
+
 TEST(C3DFileRealData, Sample02EncodingsAgreeFrameForFrameWithinOneScaleStep) {
     std::unique_ptr<C3DFile> reference = Read(kSample02[0]);
     ASSERT_NE(reference, nullptr);
