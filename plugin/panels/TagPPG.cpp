@@ -14,6 +14,7 @@ ORV::CStatus notBuilt(const wchar_t* what) {
 }  // namespace
 
 const ORV::CString TagPPG::PROPERTY_NAME(L"TagPPG");
+const ORV::CString TagPPG::STRUCTUREFILE_NAME(L"StructureFile");
 
 bool TagPPG::SetTagValue(ORV::Model model, ORV::CString tagName, ORV::CString tagValue, int tagType) {
     app.LogMessage(L"SetTagValue is not built yet", 4);

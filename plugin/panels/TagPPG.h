@@ -10,6 +10,8 @@ class TagPPG {
 public:
     // Registered property type of the tag property on a model.
     static const ORV::CString PROPERTY_NAME;
+    // Parameter of the tag property that holds the structure file's name.
+    static const ORV::CString STRUCTUREFILE_NAME;
 
     // The one door for changing a tag value on the model's tag property.
     static bool SetTagValue(ORV::Model model, ORV::CString tagName, ORV::CString value, int tagType);
