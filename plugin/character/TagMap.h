@@ -65,8 +65,8 @@ public:
 
     // ---- On a rig and on capture
     // Tags the rig from the values of a tag panel property. Always true.
-    static bool ApplyTagsToModel(ORV::Model model, ModelStructure* structure, ORV::CustomProperty& tagProperty,
-                                 bool namesAreTags);
+    static bool ApplyTagsToModel(ORV::Model model, ModelStructure* structure,
+                                 ORV::CustomProperty& tagProperty, bool namesAreTags);
     // Tags the rig from this map. False when an entry's object is missing; entries handled
     // before it keep their tags.
     bool applyToModel(ORV::Model model);
@@ -83,7 +83,8 @@ public:
 
 // The canonical directions of the structure item `tagName` expressed in the object's own space
 // at the current time, negated for a mirrored object. An unknown item leaves both as they came.
-void CalcAlignAndRollForRigNodes(const ORV::CString& tagName, ModelStructure* structure, ORV::X3DObject& object,
-                                 ORV::MATH::CVector3& align, ORV::MATH::CVector3& roll);
+void CalcAlignAndRollForRigNodes(const ORV::CString& tagName, ModelStructure* structure,
+                                 ORV::X3DObject& object, ORV::MATH::CVector3& align,
+                                 ORV::MATH::CVector3& roll);
 
 }  // namespace ZUK

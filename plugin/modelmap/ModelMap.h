@@ -126,7 +126,7 @@ public:
     // Channel order of `times`.
     static constexpr int NUM_CHANNELS = 6;
     static constexpr const wchar_t* CHANNEL_NAMES[NUM_CHANNELS] = {L"posx", L"posy", L"posz",
-                                                                    L"rotx", L"roty", L"rotz"};
+                                                                   L"rotx", L"roty", L"rotz"};
 
     ORV::CDoubleArray times[NUM_CHANNELS];
     // The structure node name.
