@@ -1,9 +1,9 @@
 #include "core/XMLFileStream.h"
 
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <cstring>
+
+#include <sys/stat.h>
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/framework/LocalFileFormatTarget.hpp>
 #include <xercesc/framework/LocalFileInputSource.hpp>
