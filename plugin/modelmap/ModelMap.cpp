@@ -32,7 +32,7 @@ void readDirections(const ORV::Property& property, ORV::MATH::CVector3& align, O
 
 // The decomposition columns in bit order.
 const ORV::CString* decompColumn(const ModelStructure::Decomp& decomp, int bit) {
-    const ORV::CString* columns[9] = {&decomp.PX, &decomp.PY, &decomp.PZ,     &decomp.RX,    &decomp.RY,
+    const ORV::CString* columns[9] = {&decomp.PX, &decomp.PY,     &decomp.PZ,     &decomp.RX,    &decomp.RY,
                                       &decomp.RZ, &decomp.RtoP_X, &decomp.RtoP_Y, &decomp.RtoP_Z};
     return columns[bit];
 }
@@ -149,7 +149,8 @@ void ModelMap::FindTags() {
         if (!extractName.IsEmpty()) {
             ORV::X3DObject extractObject = FindChild(extractName, L"", ORV::CStringArray(), true);
             ORV::Property extractTag;
-            if (extractObject.IsValid() && Util::findCustomPSet(extractObject, TagMap::EXTRACTION_NAME, extractTag)) {
+            if (extractObject.IsValid() &&
+                Util::findCustomPSet(extractObject, TagMap::EXTRACTION_NAME, extractTag)) {
                 delete node.extraction;
                 node.extraction = new ExtractionMap();
                 readDirections(extractTag, node.extraction->align, node.extraction->roll);

@@ -267,7 +267,9 @@ TEST_F(MapTest, DecompositionTakesTheObjectsOfItsTargetsWithTheirChannels) {
     EXPECT_TRUE(decomps[1].object == slide);
     EXPECT_EQ(decomps[1].mask, static_cast<unsigned>(ZUK::DECOMP_RTOP_Z));
     for (size_t i = 0; i < map.nodes.size(); ++i) {
-        if (i != 7) EXPECT_TRUE(map.nodes[i].decomps.empty());
+        if (i != 7) {
+            EXPECT_TRUE(map.nodes[i].decomps.empty());
+        }
     }
     // The trace of every comparison up to the match: the "PX" column (empty) and the name.
     std::vector<std::wstring> trace;
@@ -335,8 +337,9 @@ TEST_F(MapTest, NodeMapIndexOutOfRangeIsLoggedAndStillAnswered) {
     EXPECT_EQ(map.nodeMap(9), map.nodes.data() + 9);
     EXPECT_EQ(map.nodeMap(-1), map.nodes.data() - 1);
     EXPECT_EQ(map.planeMap(2), map.planes.data() + 2);
-    EXPECT_EQ(Messages(4), (std::vector<std::wstring>{L"invalid nodeMap index! 9", L"invalid nodeMap index! -1",
-                                                      L"invalid planeMap index! 2"}));
+    EXPECT_EQ(Messages(4),
+              (std::vector<std::wstring>{L"invalid nodeMap index! 9", L"invalid nodeMap index! -1",
+                                         L"invalid planeMap index! 2"}));
 }
 
 TEST_F(MapTest, CleanupRemovesTheMapPropertyAndNothingElse) {
