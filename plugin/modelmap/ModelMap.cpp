@@ -227,9 +227,11 @@ void ModelMap::FindMocapTags() {
     const int numNodes = static_cast<int>(nodes.size());
     for (int k = 0; k < mocap->nodeCount; ++k) {
         MocapNode& capture = mocap->nodes[k];
-        // A tagged capture node answers to the structure name its tag gave it; an untagged one
-        // to its own name, for captures whose joints are named after the structure.
-        const ORV::CString& name = capture.tagged ? capture.tag : capture.name;
+        // The name a capture node answers to is the structure name its tag gave it: joint
+        // names are the capture's own (a CMU file has a joint "lhand" that is not the hand),
+        // and only the map file says which joint plays which node.
+        if (!capture.tagged) continue;
+        const ORV::CString& name = capture.tag;
         for (int i = 0; i < numNodes; ++i) {
             if (structure->nodes[i].Name != name) continue;
             NodeMap& node = nodes[static_cast<size_t>(i)];
