@@ -32,12 +32,15 @@ CRotation swing(const CVector3& from, const CVector3& to) {
     return CRotation(axis, from.GetAngle(to));
 }
 
-// A time as a motion frame. Truncates as a frame number does; the host's "now" and other times
-// outside the clip take its nearest end, so the read stays inside the motion.
+// A time as a frame of stored motion: truncated toward zero, as a frame number is. The host's
+// "now" (the largest double) and other times no frame number holds read frame 0, as on a
+// capture; a frame outside the stored clip reads its nearest end, so the read stays inside.
 int motionFrame(double time, int numFrames) {
-    if (numFrames <= 0 || !(time > 0.0)) return 0;
-    if (time >= static_cast<double>(numFrames - 1)) return numFrames - 1;
-    return static_cast<int>(time);
+    if (numFrames <= 0) return 0;
+    if (!(time > static_cast<double>(INT_MIN) - 1.0 && time < static_cast<double>(INT_MAX) + 1.0)) return 0;
+    const int frame = static_cast<int>(time);
+    if (frame < 0) return 0;
+    return frame < numFrames ? frame : numFrames - 1;
 }
 
 }  // namespace
