@@ -58,6 +58,9 @@ public:
     // Moves the stream past a tag template's header (structure type, tag values, structure
     // source, structure version), to where the tag map text begins. False at the stream's end.
     static bool skipTemplateHeader(InputStream& stream);
+    // Moves the stream past the header of the map file `path`: a tag template's for the suffix
+    // "TAGT", else one word that must be "BVH" (false after a message otherwise).
+    static bool readMapFileHeader(InputStream& stream, const ORV::CString& path);
     // Reads a BVH map file or a tag template from `path`: the suffix "TAGT" reads past a
     // template's header, any other suffix needs the first word "BVH". New map owned by the
     // caller, or null after a message.

@@ -387,6 +387,13 @@ void XMLFileStream::SetAttributeValue(DOMElement* element, const ORV::CString& n
                       rotationText(value.GetRotation()) + L"," + vectorText(value.GetTranslation()));
 }
 
+bool XMLFileStream::HasAttribute(DOMElement* element, const ORV::CString& name) {
+    if (!element) return false;
+    XMLStringConverter attribute(name.GetAsciiString());
+    const XMLCh* attributeName = attribute;
+    return attributeName && element->hasAttribute(attributeName);
+}
+
 bool XMLFileStream::GetAttributeValue(DOMElement* element, const ORV::CString& name, ORV::CString& out) {
     // No element, no transcoding: a stream without a document may have no platform to do it.
     if (element) {

@@ -89,6 +89,8 @@ public:
                            const ORV::MATH::CRotation& value);
     void SetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name,
                            const ORV::MATH::CTransformation& value);
+    // Whether the element has the attribute; no error either way (optional attributes).
+    bool HasAttribute(xercesc::DOMElement* element, const ORV::CString& name);
     bool GetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name, ORV::CString& out);
     bool GetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name, ORV::MATH::CVector3& out);
     bool GetAttributeValue(xercesc::DOMElement* element, const ORV::CString& name, ORV::MATH::CRotation& out);
