@@ -39,17 +39,18 @@ void addString(ORV::CustomProperty& property, const wchar_t* name, const ORV::CS
 }
 
 // The six direction parameters, limited to the float range either side.
-void addDirections(ORV::CustomProperty& property, const ORV::MATH::CVector3& align, const ORV::MATH::CVector3& roll) {
+void addDirections(ORV::CustomProperty& property, const ORV::MATH::CVector3& align,
+                   const ORV::MATH::CVector3& roll) {
     const ORV::CValue low(-TagMap::FLOAT_LIMIT), high(TagMap::FLOAT_LIMIT);
     for (int k = 0; k < 3; ++k) {
         ORV::Parameter parameter;
-        property.AddParameter(ALIGN_NAMES[k], ORV::ovFloat, TAG_CAPABILITIES, L"", L"", ORV::CValue(align[k]), low,
-                              high, low, high, parameter);
+        property.AddParameter(ALIGN_NAMES[k], ORV::ovFloat, TAG_CAPABILITIES, L"", L"", ORV::CValue(align[k]),
+                              low, high, low, high, parameter);
     }
     for (int k = 0; k < 3; ++k) {
         ORV::Parameter parameter;
-        property.AddParameter(ROLL_NAMES[k], ORV::ovFloat, TAG_CAPABILITIES, L"", L"", ORV::CValue(roll[k]), low,
-                              high, low, high, parameter);
+        property.AddParameter(ROLL_NAMES[k], ORV::ovFloat, TAG_CAPABILITIES, L"", L"", ORV::CValue(roll[k]),
+                              low, high, low, high, parameter);
     }
 }
 
@@ -252,7 +253,8 @@ bool TagMap::readMapFileHeader(InputStream& stream, const ORV::CString& path) {
     ORV::CString word;
     stream >> word;
     if (word != BvImport::LBVHTAG) {
-        app.LogMessage(L"To retarget a BVH file the mapfile must be built from the corresponding BVH ref pose", 4);
+        app.LogMessage(
+            L"To retarget a BVH file the mapfile must be built from the corresponding BVH ref pose", 4);
         return false;
     }
     return true;
@@ -284,8 +286,9 @@ void TagMap::cleanupTags(ORV::X3DObject& object) {
 
 void TagMap::cleanup(ORV::Model model) { cleanupTags(model); }
 
-void CalcAlignAndRollForRigNodes(const ORV::CString& tagName, ModelStructure* structure, ORV::X3DObject& object,
-                                 ORV::MATH::CVector3& align, ORV::MATH::CVector3& roll) {
+void CalcAlignAndRollForRigNodes(const ORV::CString& tagName, ModelStructure* structure,
+                                 ORV::X3DObject& object, ORV::MATH::CVector3& align,
+                                 ORV::MATH::CVector3& roll) {
     // 1. The canonical directions of the node.
     ModelStructure::GroupItem* item = structure ? structure->FindTagItem(tagName) : nullptr;
     if (!item) return;
@@ -341,7 +344,8 @@ bool TagMap::ApplyTagsToModel(ORV::Model model, ModelStructure* structure, ORV::
         addString(property, L"tagname", tag);
         addString(property, L"override", ORV::CString());
         addDirections(property, align, roll);
-        addString(property, L"tpose_transform", poseText(object.GetKinematics().GetGlobal().GetTransform(ModelMap::NOW)));
+        addString(property, L"tpose_transform",
+                  poseText(object.GetKinematics().GetGlobal().GetTransform(ModelMap::NOW)));
 
         // 2.5 The extraction object, when it is another object that exists.
         ORV::CString extractValue;

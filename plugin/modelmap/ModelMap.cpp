@@ -32,7 +32,7 @@ void readDirections(const ORV::Property& property, ORV::MATH::CVector3& align, O
 
 // The decomposition columns in bit order.
 const ORV::CString* decompColumn(const ModelStructure::Decomp& decomp, int bit) {
-    const ORV::CString* columns[9] = {&decomp.PX, &decomp.PY, &decomp.PZ,     &decomp.RX,    &decomp.RY,
+    const ORV::CString* columns[9] = {&decomp.PX, &decomp.PY,     &decomp.PZ,     &decomp.RX,    &decomp.RY,
                                       &decomp.RZ, &decomp.RtoP_X, &decomp.RtoP_Y, &decomp.RtoP_Z};
     return columns[bit];
 }
@@ -149,7 +149,8 @@ void ModelMap::FindTags() {
         if (!extractName.IsEmpty()) {
             ORV::X3DObject extractObject = FindChild(extractName, L"", ORV::CStringArray(), true);
             ORV::Property extractTag;
-            if (extractObject.IsValid() && Util::findCustomPSet(extractObject, TagMap::EXTRACTION_NAME, extractTag)) {
+            if (extractObject.IsValid() &&
+                Util::findCustomPSet(extractObject, TagMap::EXTRACTION_NAME, extractTag)) {
                 delete node.extraction;
                 node.extraction = new ExtractionMap();
                 readDirections(extractTag, node.extraction->align, node.extraction->roll);
@@ -226,9 +227,11 @@ void ModelMap::FindMocapTags() {
     const int numNodes = static_cast<int>(nodes.size());
     for (int k = 0; k < mocap->nodeCount; ++k) {
         MocapNode& capture = mocap->nodes[k];
-        // A tagged capture node answers to the structure name its tag gave it; an untagged one
-        // to its own name, for captures whose joints are named after the structure.
-        const ORV::CString& name = capture.tagged ? capture.tag : capture.name;
+        // The name a capture node answers to is the structure name its tag gave it: joint
+        // names are the capture's own (a CMU file has a joint "lhand" that is not the hand),
+        // and only the map file says which joint plays which node.
+        if (!capture.tagged) continue;
+        const ORV::CString& name = capture.tag;
         for (int i = 0; i < numNodes; ++i) {
             if (structure->nodes[i].Name != name) continue;
             NodeMap& node = nodes[static_cast<size_t>(i)];

@@ -23,8 +23,8 @@ const int MAP_CAPABILITIES = ORV::ovPersistable;
 // An extraction quaternion this long or shorter stands for "no extraction".
 const double EXTRACTION_MIN_LENGTH = 0.5;
 
-void addValue(ORV::CustomProperty& property, const wchar_t* name, ORV::ovValueType type, const ORV::CValue& value,
-              const wchar_t* description) {
+void addValue(ORV::CustomProperty& property, const wchar_t* name, ORV::ovValueType type,
+              const ORV::CValue& value, const wchar_t* description) {
     ORV::Parameter parameter;
     property.AddParameter(name, type, MAP_CAPABILITIES, L"", description, value, parameter);
 }
@@ -35,9 +35,9 @@ ORV::CValue cell(const ORV::CValueArray& row, long column) {
 }
 
 ORV::MATH::CQuaternion quaternionOf(const ORV::CValueArray& row, long first) {
-    return ORV::MATH::CQuaternion(static_cast<double>(cell(row, first)), static_cast<double>(cell(row, first + 1)),
-                                  static_cast<double>(cell(row, first + 2)),
-                                  static_cast<double>(cell(row, first + 3)));
+    return ORV::MATH::CQuaternion(
+        static_cast<double>(cell(row, first)), static_cast<double>(cell(row, first + 1)),
+        static_cast<double>(cell(row, first + 2)), static_cast<double>(cell(row, first + 3)));
 }
 
 }  // namespace
@@ -50,8 +50,10 @@ void ModelMap::SaveToCustomProperty() {
     ORV::Property added = AddProperty(L"CustomProperty", false, PROPERTY_NAME);
     ORV::CustomProperty property(added.GetRef());
     addValue(property, L"Version", ORV::ovString, ORV::CValue(VERSION), L"Version of the map format");
-    addValue(property, L"Source", ORV::ovString, ORV::CValue(structure->Source), L"Source file for the map structure");
-    addValue(property, L"Type", ORV::ovString, ORV::CValue(structure->Type), L"Type of the simple rig used for mapping");
+    addValue(property, L"Source", ORV::ovString, ORV::CValue(structure->Source),
+             L"Source file for the map structure");
+    addValue(property, L"Type", ORV::ovString, ORV::CValue(structure->Type),
+             L"Type of the simple rig used for mapping");
 
     ORV::CValueArray rows;
     for (const NodeMap& node : nodes) {
@@ -136,7 +138,7 @@ void ModelMap::LoadFromCustomProperty() {
     }
 
     // 5. One row per structure node, by position; a row named otherwise is logged and taken.
-    ORV::GridData grid(static_cast<ORV::CRef>(property.GetParameterValue(L"Nodes")));
+    ORV::GridData grid(static_cast<ORV::CRef>(property.GetParameter(L"Nodes").GetValue()));
     for (size_t i = 0; i < nodes.size(); ++i) {
         NodeMap& node = nodes[i];
         const ORV::CValueArray row = grid.GetRowValues(static_cast<long>(i));

@@ -113,7 +113,8 @@ void ExpectSameDump(const std::string& expected, const std::string& got) {
         ASSERT_EQ(keyA, keyB) << "line " << line;
         const bool rotation = keyA.size() == 2 && (keyA[0] == 'r' || keyA[0] == 'i' || keyA[0] == 'e');
         if (rotation) {
-            EXPECT_NEAR(std::atof(valueA.c_str()), std::atof(valueB.c_str()), 1e-15) << lineA << " / " << lineB;
+            EXPECT_NEAR(std::atof(valueA.c_str()), std::atof(valueB.c_str()), 1e-15)
+                << lineA << " / " << lineB;
         } else {
             EXPECT_EQ(valueA, valueB) << "line " << line;
         }
@@ -128,7 +129,7 @@ ORV::CustomProperty MapProperty(ORV::Model model) {
 }
 
 ORV::GridData NodesGrid(ORV::Model model) {
-    return ORV::GridData(static_cast<ORV::CRef>(MapProperty(model).GetParameterValue(L"Nodes")));
+    return ORV::GridData(static_cast<ORV::CRef>(MapProperty(model).GetParameter(L"Nodes").GetValue()));
 }
 
 std::string ReadFile(const std::string& path) {
@@ -275,7 +276,8 @@ TEST_F(MapPersist, NewerVersionInThePropertyIsRefused) {
     MapProperty(rig.model).PutParameterValue(L"Version", ORV::CValue(ORV::CString(L"5")));
     auto loaded = Reloaded();
     EXPECT_FALSE(loaded->valid);
-    EXPECT_EQ(Messages(8), std::vector<std::wstring>{L"ModelMap property has version 5, was expecting 4 or lower"});
+    EXPECT_EQ(Messages(8),
+              std::vector<std::wstring>{L"ModelMap property has version 5, was expecting 4 or lower"});
     EXPECT_EQ(Messages(0).size(), 1u);
     // Nothing was taken.
     EXPECT_EQ(loaded->legLength, 0.0);
@@ -312,7 +314,8 @@ TEST_F(MapPersist, PropertyOfAnotherStructureTypeIsRefused) {
     MapProperty(rig.model).PutParameterValue(L"Type", ORV::CValue(ORV::CString(L"biped")));
     auto loaded = Reloaded();
     EXPECT_FALSE(loaded->valid);
-    EXPECT_EQ(Messages(8), std::vector<std::wstring>{L"ModelMap property has type biped, was expecting mini"});
+    EXPECT_EQ(Messages(8),
+              std::vector<std::wstring>{L"ModelMap property has type biped, was expecting mini"});
     EXPECT_EQ(loaded->nodes[0].length, 0.0);
 }
 
@@ -343,7 +346,9 @@ TEST_F(MapPersist, ShortExtractionQuaternionMeansNoExtractionAndTheTagsRecordSta
     EXPECT_TRUE(loaded->nodes[5].extraction->align.Equals(CVector3(0, 0, 1), 0.0));
     EXPECT_TRUE(loaded->nodes[5].extraction->esrOffsetInverse.GetRotation().Equals(CRotation(), 0.0));
     for (size_t i = 0; i < loaded->nodes.size(); ++i) {
-        if (i != 5) EXPECT_EQ(loaded->nodes[i].extraction, nullptr);
+        if (i != 5) {
+            EXPECT_EQ(loaded->nodes[i].extraction, nullptr);
+        }
     }
 }
 
@@ -368,24 +373,26 @@ TEST_F(MapPersist, ExtractionQuaternionAboveHalfMakesARecordOnTheNamedObject) {
 TEST_F(MapPersist, MapWithoutExtractionWritesFourZerosAndAnEmptyNameOnEachRow) {
     ModelMap map(rig.model, structure.get());
     for (size_t i = 0; i < map.nodes.size(); ++i) map.nodes[i].length = 0.5 + static_cast<double>(i);
-    map.nodes[1].esrOffset.SetRotation(CRotation(CVector3(0, 0, 1), M_PI));  // quaternion (0, 0, 0, 1)
+    map.nodes[1].esrOffset.SetRotationFromQuaternion(CQuaternion(0, 0, 0, 1));  // a half turn about Z
     map.hipOffset = -1.25;
     map.legLength = 90;
-    TempFile file("map_text", "");
+    trovotest::TempFile file("", ".txt");
     {
-        ZUK::OutputStream out(ORV::CString(file.path.c_str()));
+        ZUK::OutputStream out(ORV::CString(file.Narrow().c_str()));
         ASSERT_NE(out.file, nullptr);
         map.WriteToStream(out);
     }
     std::string expected = "4 \nmini\nmini\n";
-    const char* names[9] = {"cog", "spine", "chest", "lthigh", "lshin", "lfoot", "lupperarm", "lforearm", "lhand"};
+    const char* names[9] = {"cog",   "spine",     "chest",    "lthigh", "lshin",
+                            "lfoot", "lupperarm", "lforearm", "lhand"};
     for (int i = 0; i < 9; ++i) {
         char length[16];
         std::snprintf(length, sizeof length, "%g", 0.5 + i);
-        expected += std::string(names[i]) + "\n" + length + " " + (i == 1 ? "0 0 0 1 " : "1 0 0 0 ") + "0 0 0 0 \n";
+        expected +=
+            std::string(names[i]) + "\n" + length + " " + (i == 1 ? "0 0 0 1 " : "1 0 0 0 ") + "0 0 0 0 \n";
     }
     expected += "-1.25 90 ";
-    EXPECT_EQ(ReadFile(file.path), expected);
+    EXPECT_EQ(ReadFile(file.Narrow()), expected);
 }
 
 TEST_F(MapPersist, TextFormReadsBackEveryValue) {
@@ -393,14 +400,14 @@ TEST_F(MapPersist, TextFormReadsBackEveryValue) {
     ModelMap map(rig.model, structure.get());
     FillMeasures(map);
     GiveExtraction(map, driver);
-    TempFile file("map_text", "");
+    trovotest::TempFile file("", ".txt");
     {
-        ZUK::OutputStream out(ORV::CString(file.path.c_str()));
+        ZUK::OutputStream out(ORV::CString(file.Narrow().c_str()));
         map.WriteToStream(out);
     }
     fresh = LoadStructure();
     ModelMap other(rig.model, fresh.get());
-    ZUK::InputStream in(ORV::CString(file.path.c_str()));
+    ZUK::InputStream in(ORV::CString(file.Narrow().c_str()));
     orvhost::ClearLog();
     other.ReadFromStream(in);
     EXPECT_TRUE(other.valid);
@@ -409,9 +416,9 @@ TEST_F(MapPersist, TextFormReadsBackEveryValue) {
 }
 
 TEST_F(MapPersist, StreamOfAnotherVersionIsAMismatch) {
-    TempFile file("map_text", "3 \nmini\nmini\ncog\n7 1 0 0 0 0 0 0 0 \n");
+    trovotest::TempFile file("3 \nmini\nmini\ncog\n7 1 0 0 0 0 0 0 0 \n");
     ModelMap map(rig.model, structure.get());
-    ZUK::InputStream in(ORV::CString(file.path.c_str()));
+    ZUK::InputStream in(ORV::CString(file.Narrow().c_str()));
     orvhost::ClearLog();
     map.ReadFromStream(in);
     EXPECT_FALSE(map.valid);
@@ -421,9 +428,9 @@ TEST_F(MapPersist, StreamOfAnotherVersionIsAMismatch) {
 
 TEST_F(MapPersist, StreamOfAnotherStructureSourceOrTypeIsAMismatch) {
     {
-        TempFile file("map_text", "4 \nother\nmini\ncog\n7 1 0 0 0 0 0 0 0 \n");
+        trovotest::TempFile file("4 \nother\nmini\ncog\n7 1 0 0 0 0 0 0 0 \n");
         ModelMap map(rig.model, structure.get());
-        ZUK::InputStream in(ORV::CString(file.path.c_str()));
+        ZUK::InputStream in(ORV::CString(file.Narrow().c_str()));
         orvhost::ClearLog();
         map.ReadFromStream(in);
         EXPECT_FALSE(map.valid);
@@ -431,9 +438,9 @@ TEST_F(MapPersist, StreamOfAnotherStructureSourceOrTypeIsAMismatch) {
         EXPECT_EQ(map.nodes[0].length, 0.0);
     }
     {
-        TempFile file("map_text", "4 \nmini\nother\ncog\n7 1 0 0 0 0 0 0 0 \n");
+        trovotest::TempFile file("4 \nmini\nother\ncog\n7 1 0 0 0 0 0 0 0 \n");
         ModelMap map(rig.model, structure.get());
-        ZUK::InputStream in(ORV::CString(file.path.c_str()));
+        ZUK::InputStream in(ORV::CString(file.Narrow().c_str()));
         orvhost::ClearLog();
         map.ReadFromStream(in);
         EXPECT_FALSE(map.valid);
@@ -442,11 +449,11 @@ TEST_F(MapPersist, StreamOfAnotherStructureSourceOrTypeIsAMismatch) {
 }
 
 TEST_F(MapPersist, StreamRowWithAnotherNameIsLoggedAndEndsTheReading) {
-    TempFile file("map_text",
-                  "4 \nmini\nmini\ncog\n7 1 0 0 0 0 0 0 0 \nspine\n8 1 0 0 0 0 0 0 0 \n"
-                  "torso\n9 1 0 0 0 0 0 0 0 \nlthigh\n10 1 0 0 0 0 0 0 0 \n");
+    trovotest::TempFile file(
+        "4 \nmini\nmini\ncog\n7 1 0 0 0 0 0 0 0 \nspine\n8 1 0 0 0 0 0 0 0 \n"
+        "torso\n9 1 0 0 0 0 0 0 0 \nlthigh\n10 1 0 0 0 0 0 0 0 \n");
     ModelMap map(rig.model, structure.get());
-    ZUK::InputStream in(ORV::CString(file.path.c_str()));
+    ZUK::InputStream in(ORV::CString(file.Narrow().c_str()));
     orvhost::ClearLog();
     map.ReadFromStream(in);
     EXPECT_FALSE(map.valid);
@@ -489,10 +496,11 @@ TEST_F(MapPersist, MapSavedInASceneFileLoadsInAnotherProcessWithEveryValueEqual)
     const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
     ASSERT_GT(n, 0);
     self[n] = '\0';
-    const std::string command = "TROVO_MAP_CHILD_SCENE='" + scenePath + "' TROVO_MAP_CHILD_OUT='" + outPath + "' '" +
-                                std::string(self) +
-                                "' --gtest_filter=MapPersist."
-                                "MapSavedInASceneFileLoadsInAnotherProcessWithEveryValueEqual > /dev/null 2>&1";
+    const std::string command =
+        "TROVO_MAP_CHILD_SCENE='" + scenePath + "' TROVO_MAP_CHILD_OUT='" + outPath + "' '" +
+        std::string(self) +
+        "' --gtest_filter=MapPersist."
+        "MapSavedInASceneFileLoadsInAnotherProcessWithEveryValueEqual > /dev/null 2>&1";
     EXPECT_EQ(std::system(command.c_str()), 0);
     const std::string got = ReadFile(outPath);
     ASSERT_FALSE(got.empty());

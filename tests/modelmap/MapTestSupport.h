@@ -71,7 +71,8 @@ inline std::vector<std::wstring> Messages(int severity) { return orvhost::LogTex
 // Writes the "ZUKTag" property as tagging does: tag name, override, six directions and the
 // reference pose text, and optionally "extractNode".
 inline ORV::CustomProperty AddTag(ORV::X3DObject object, const ORV::CString& tagName,
-                                  const CVector3& align = CVector3(0, 0, 1), const CVector3& roll = CVector3(0, 1, 0),
+                                  const CVector3& align = CVector3(0, 0, 1),
+                                  const CVector3& roll = CVector3(0, 1, 0),
                                   const ORV::CString& overrideTag = L"", const ORV::CString& tpose = L"",
                                   const wchar_t* extractNode = nullptr) {
     ORV::CustomProperty p(object.AddProperty(L"CustomProperty", false, ZUK::TagMap::PROPERTY_NAME).GetRef());
@@ -80,18 +81,23 @@ inline ORV::CustomProperty AddTag(ORV::X3DObject object, const ORV::CString& tag
     p.AddParameter(L"override", ORV::ovString, 6, L"", L"", ORV::CValue(overrideTag), ignored);
     const wchar_t* names[6] = {L"alignx", L"aligny", L"alignz", L"rollx", L"rolly", L"rollz"};
     const double values[6] = {align.x, align.y, align.z, roll.x, roll.y, roll.z};
-    for (int k = 0; k < 6; ++k) p.AddParameter(names[k], ORV::ovFloat, 6, L"", L"", ORV::CValue(values[k]), ignored);
+    for (int k = 0; k < 6; ++k)
+        p.AddParameter(names[k], ORV::ovFloat, 6, L"", L"", ORV::CValue(values[k]), ignored);
     p.AddParameter(L"tpose_transform", ORV::ovString, 6, L"", L"", ORV::CValue(tpose), ignored);
-    if (extractNode) p.AddParameter(L"extractNode", ORV::ovString, 6, L"", L"", ORV::CValue(extractNode), ignored);
+    if (extractNode)
+        p.AddParameter(L"extractNode", ORV::ovString, 6, L"", L"", ORV::CValue(extractNode), ignored);
     return p;
 }
 
-inline ORV::CustomProperty AddExtractionTag(ORV::X3DObject object, const CVector3& align, const CVector3& roll) {
-    ORV::CustomProperty p(object.AddProperty(L"CustomProperty", false, ZUK::TagMap::EXTRACTION_NAME).GetRef());
+inline ORV::CustomProperty AddExtractionTag(ORV::X3DObject object, const CVector3& align,
+                                            const CVector3& roll) {
+    ORV::CustomProperty p(
+        object.AddProperty(L"CustomProperty", false, ZUK::TagMap::EXTRACTION_NAME).GetRef());
     ORV::Parameter ignored;
     const wchar_t* names[6] = {L"alignx", L"aligny", L"alignz", L"rollx", L"rolly", L"rollz"};
     const double values[6] = {align.x, align.y, align.z, roll.x, roll.y, roll.z};
-    for (int k = 0; k < 6; ++k) p.AddParameter(names[k], ORV::ovFloat, 6, L"", L"", ORV::CValue(values[k]), ignored);
+    for (int k = 0; k < 6; ++k)
+        p.AddParameter(names[k], ORV::ovFloat, 6, L"", L"", ORV::CValue(values[k]), ignored);
     return p;
 }
 
