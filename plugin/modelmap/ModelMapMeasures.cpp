@@ -115,7 +115,9 @@ void ModelMap::CalculateESRNodeLengths() {
                 n.length = Distance(n.global.GetTranslation(), nodes[parent].global.GetTranslation());
             continue;
         }
-        if (parent < 0 || parent >= i) {
+        // A limb end that the rig lacks has nothing to measure: a path from the origin would
+        // wander through the joints of other limbs and could pass for the longest leg.
+        if (parent < 0 || parent >= i || !n.object.IsValid()) {
             n.length = 0.0;
             continue;
         }
@@ -132,8 +134,8 @@ void ModelMap::CalculateESRNodeLengths() {
     }
 }
 
-// A limb node missing from the capture is stepped over, as an untagged rig joint is; a limb
-// end missing from it measures from the origin, where its pose reads.
+// Every limb node is taken from the capture. One that the capture lacks is stepped over, as an
+// untagged rig joint is, and a limb end that it lacks measures 0.0, as on a rig.
 void ModelMap::CalculateMocapESRNodeLengths() {
     if (!structure) return;
     const int count = static_cast<int>(nodes.size());
@@ -148,12 +150,12 @@ void ModelMap::CalculateMocapESRNodeLengths() {
                 n.length = Distance(n.global.GetTranslation(), nodes[parent].global.GetTranslation());
             continue;
         }
-        if (parent < 0 || parent >= i) {
+        if (parent < 0 || parent >= i || !n.mocapNode) {
             n.length = 0.0;
             continue;
         }
         double path = 0.0;
-        CVector3 last = n.mocapNode ? n.mocapNode->global.GetTranslation() : n.global.GetTranslation();
+        CVector3 last = n.mocapNode->global.GetTranslation();
         for (int k = i - 1; k >= parent; --k) {
             const MocapNode* joint = nodes[k].mocapNode;
             if (!joint) continue;
