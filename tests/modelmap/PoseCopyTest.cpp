@@ -105,6 +105,19 @@ TEST(PoseCopy, NodesFedByTheSourceRootKeepTheirRestOffset) {
     ExpectNear(tgt.map.nodes[1].global.GetTranslation(), CVector3(1, 7, 3));
 }
 
+TEST(PoseCopy, AFreeNodeFedByTheSourceRootIsNeverTestedForFallingBehind) {
+    // The rest-offset branch skips the free-node test: a free node pointing at source node 0
+    // stays free even where the source root lies behind it.
+    MotionSource src({{-1, 0}, {0, 3}}, {{At(0, 0, -5), At(0, 0, 0)}});
+    Target tgt({{-1, 0}, {0, 3}});
+    tgt.map.nodes[0].align = CVector3(0, 0, 1);
+    tgt.map.nodes[0].translationSource = 0;
+    tgt.map.nodes[1].translationSource = 0;
+    tgt.map.nodes[1].local = At(0, 0, -1);
+    tgt.map.CopyPoseFromSrcModelMap(src.map, 0.0);
+    EXPECT_EQ(tgt.structure->nodes[1].Type, 3);
+}
+
 TEST(PoseCopy, SourceNodesFromOneUpCarryTheirPositionToLimbEnds) {
     // A limb end fed by source node 1 goes where the source's direction points, at the
     // target's own length: source bone 2 long along X, target bone 5 long.
@@ -260,7 +273,10 @@ TEST(SolveIK, TheMiddleJointBendsToTheSideTheNormalAndSignGive) {
 }
 
 TEST(SolveIK, TheLowerBonePointsAtTheGoal) {
-    Limb limb(3.0, 4.0, CVector3(2, 3, 1), CVector3(0.3, -0.2, 0.9));
+    // A limb's normal is perpendicular to its anchor-goal line: (2, 3, 1) x (0, 0, 1).
+    CVector3 normal(3, -2, 0);
+    normal.NormalizeInPlace();
+    Limb limb(3.0, 4.0, CVector3(2, 3, 1), normal);
     limb.tgt.map.solveIK();
     const ModelMap& m = limb.tgt.map;
     // spanDirection (X of the middle joint) now runs from the middle joint to the goal.
@@ -308,6 +324,52 @@ TEST(InheritsTranslationFromCOG, AFootBelowAFreeNodeOrALimbEndDoesNot) {
     EXPECT_TRUE(ModelMap::InheritsTranslationFromCOG(&freeChest.map, 1));
     Target belowGoal({{-1, 0}, {0, 2}, {1, 0}});
     EXPECT_FALSE(ModelMap::InheritsTranslationFromCOG(&belowGoal.map, 2));
+}
+
+}  // namespace
+
+namespace {
+
+// Hamilton product q * o, as the normalising step composes a pose with an offset.
+ORV::MATH::CQuaternion Hamilton(const ORV::MATH::CQuaternion& q, const ORV::MATH::CQuaternion& o) {
+    return ORV::MATH::CQuaternion(q.w * o.w - q.x * o.x - q.y * o.y - q.z * o.z,
+                                  q.w * o.x + o.w * q.x + q.y * o.z - o.y * q.z,
+                                  q.w * o.y + o.w * q.y + q.z * o.x - o.z * q.x,
+                                  q.w * o.z + o.w * q.z + q.x * o.y - o.x * q.y);
+}
+
+TEST(PoseCopy, ARigSourceIsReadOnItsExtractionObjectsWithTheirOffsets) {
+    orvhost::NewScene();
+    ORV::Model model;
+    ORV::Application().GetActiveSceneRoot().AddModel(ORV::CRefArray(), L"Source", model);
+    ORV::Null bone, extractor;
+    model.AddNull(L"Bone", bone);
+    model.AddNull(L"Extractor", extractor);
+    CTransformation pose = At(1, 2, 3);
+    pose.SetRotation(CRotation(0.4, 0.1, -0.3));
+    bone.GetKinematics().GetGlobal().PutTransform(pose);
+    CTransformation other = At(4, 5, 6);
+    other.SetRotation(CRotation(-0.2, 0.8, 0.5));
+    extractor.GetKinematics().GetGlobal().PutTransform(other);
+
+    ModelStructure* structure = MakeStructure({{-1, 0}});
+    ModelMap src;
+    SizeMap(src, structure);
+    src.nodes[0].object = bone;
+    src.nodes[0].esrOffsetInverse.SetRotation(CRotation(CVector3(0, 0, 1), 0.6));
+    src.nodes[0].extraction = new ZUK::ExtractionMap();
+    src.nodes[0].extraction->object = extractor;
+    src.nodes[0].extraction->esrOffsetInverse.SetRotation(CRotation(CVector3(1, 0, 0), -0.9));
+
+    Target tgt({{-1, 0}});
+    tgt.map.nodes[0].translationSource = 0;
+    tgt.map.CopyPoseFromSrcModelMap(src, 0.0);
+    const CRotation expected(Hamilton(other.GetRotation().GetQuaternion(),
+                                      src.nodes[0].extraction->esrOffsetInverse.GetRotation().GetQuaternion()));
+    EXPECT_TRUE(tgt.map.nodes[0].global.GetRotation().Equals(expected, 1e-12));
+    ExpectNear(tgt.map.nodes[0].global.GetTranslation(), CVector3(4, 5, 6));
+    src.structure = nullptr;
+    delete structure;
 }
 
 }  // namespace
