@@ -7,6 +7,7 @@
 
 #include "HostTesting.h"
 #include "character/ModelStructure.h"
+#include "glue/GlueMap.h"
 #include "modelmap/ModelMap.h"
 
 namespace {
@@ -370,6 +371,72 @@ TEST(PoseCopy, ARigSourceIsReadOnItsExtractionObjectsWithTheirOffsets) {
     ExpectNear(tgt.map.nodes[0].global.GetTranslation(), CVector3(4, 5, 6));
     src.structure = nullptr;
     delete structure;
+}
+
+}  // namespace
+
+namespace {
+
+TEST(PoseCopyRelationships, ALimbWhoseMiddleBonesWereNotTaggedKeepsOnlyItsTaggedBones) {
+    // root (0) - R (1) - B (2, untagged) - M (3) - S (4): after pairing, bones[1] is M, the last
+    // tagged one above the goal, and bones[2] is R.
+    orvhost::NewScene();
+    ORV::Model model;
+    ORV::Application().GetActiveSceneRoot().AddModel(ORV::CRefArray(), L"Rig", model);
+    ORV::Null objects[5];
+    const wchar_t* names[5] = {L"Root", L"R", L"B", L"M", L"S"};
+    for (int i = 0; i < 5; ++i) {
+        model.AddNull(names[i], objects[i]);
+        objects[i].GetKinematics().GetGlobal().PutTransform(At(0, 10.0 - 2.0 * i, 0.1 * i));
+    }
+    MotionSource src({{-1, 0}, {0, 1}, {1, 0}, {2, 0}, {1, 2}}, {{At(0, 0, 0), At(0, 0, 0), At(0, 0, 0), At(0, 0, 0), At(0, 0, 0)}});
+    Target tgt({{-1, 0}, {0, 1}, {1, 0}, {2, 0}, {1, 2}}, {{4, 3, 2, 1}});
+    static_cast<ORV::Model&>(tgt.map) = model;
+    for (int i : {0, 1, 3, 4}) tgt.map.nodes[i].object = objects[i];
+    ZUK::GlueMap glue;
+    glue.modelMap = &tgt.map;
+    ASSERT_TRUE(tgt.map.BuildRelationshipsWithSrcModelMap(src.map, glue));
+    const ORV::CLongArray& bones = tgt.structure->planes[0].bones;
+    ASSERT_EQ(bones.GetCount(), 3);
+    EXPECT_EQ(bones[0], 4);
+    EXPECT_EQ(bones[1], 3);
+    EXPECT_EQ(bones[2], 1);
+    // The untagged node left the hierarchy: its child hangs from its parent now.
+    EXPECT_EQ(tgt.structure->nodes[3].Parent, 1);
+}
+
+TEST(PoseCopyRelationships, StructuresOfAnotherTypeAreRefusedWithTheirMessage) {
+    orvhost::ClearLog();
+    MotionSource src({{-1, 0}}, {{At(0, 0, 0)}});
+    src.structure->Type = L"quadruped";
+    Target tgt({{-1, 0}});
+    ZUK::GlueMap glue;
+    glue.modelMap = &tgt.map;
+    EXPECT_FALSE(tgt.map.BuildRelationshipsWithSrcModelMap(src.map, glue));
+    EXPECT_EQ(orvhost::LogTexts(4),
+              std::vector<std::wstring>{L"The normalized motion must have the same type as the model structure."});
+}
+
+TEST(PoseCopyRelationships, NodesPairByNameAndOverridesByTheSourceName) {
+    orvhost::NewScene();
+    ORV::Model model;
+    ORV::Application().GetActiveSceneRoot().AddModel(ORV::CRefArray(), L"Rig", model);
+    ORV::Null a, b;
+    model.AddNull(L"A", a);
+    model.AddNull(L"B", b);
+    MotionSource src({{-1, 0}, {0, 0}}, {{At(0, 0, 0), At(0, 1, 0)}});
+    src.structure->nodes[1].objIsValid = false;  // the saving rig lacked node 1
+    Target tgt({{-1, 0}, {0, 0}});
+    static_cast<ORV::Model&>(tgt.map) = model;
+    tgt.map.nodes[0].object = a;
+    tgt.map.nodes[1].object = b;
+    tgt.map.nodes[1].overrideTag = L"N0";
+    ZUK::GlueMap glue;
+    glue.modelMap = &tgt.map;
+    ASSERT_TRUE(tgt.map.BuildRelationshipsWithSrcModelMap(src.map, glue));
+    EXPECT_EQ(tgt.map.nodes[0].translationSource, 0);
+    EXPECT_EQ(tgt.map.nodes[1].translationSource, -1);
+    EXPECT_EQ(tgt.map.nodes[1].rotationSource, 0);
 }
 
 }  // namespace
