@@ -198,3 +198,68 @@ TEST_F(GlueOnRig, AWalkDrivesEffectorsBendsAndSpineOntoTheMapsPose) { DriveWithC
 TEST_F(GlueOnRig, ARunDrivesEffectorsBendsAndSpineOntoTheMapsPose) { DriveWithClip("02_03.bvh"); }
 
 }  // namespace
+
+namespace {
+
+std::string Dump(const GlueMap& g) {
+    std::string out;
+    char line[512];
+    auto narrow = [](const ORV::CString& s) { return std::string(s.GetAsciiString()); };
+    auto vec = [&](const CVector3& v) {
+        std::snprintf(line, sizeof line, " %.17g %.17g %.17g", v.x, v.y, v.z);
+        return std::string(line);
+    };
+    for (const auto& c : g.mocaps) out += "mocap " + narrow(c.rigNodeName) + " " + narrow(c.tagName) + " " + std::to_string(c.kind) + "\n";
+    for (const auto& c : g.planes) {
+        std::snprintf(line, sizeof line, " %d %.17g", c.upSign, c.upLength);
+        out += "plane " + narrow(c.upVectorName) + " " + narrow(c.planeName) + line + vec(c.rest.GetTranslation()) + "\n";
+    }
+    for (const auto& c : g.spines)
+        out += "spine " + narrow(c.anchorName) + " " + narrow(c.baseName) + " " + narrow(c.goalName) + " " +
+               narrow(c.tagName) + vec(c.aaxis) + vec(c.aroll) + vec(c.axis) + vec(c.roll) + vec(c.atan) + vec(c.gtan) +
+               "\n";
+    return out;
+}
+
+std::string ReadAll(const std::string& path) {
+    std::ifstream in(path);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+TEST_F(GlueOnRig, AStoredGlueReadsBackInAnotherProcessWithEveryValueEqual) {
+    if (const char* scene = std::getenv("TROVO_GLUE_CHILD_SCENE")) {
+        orvhost::ResetScene();
+        std::wstring error;
+        ASSERT_TRUE(orvhost::OpenScene(scene, error));
+        ORV::Model model(ORV::CRef::FromPath(L"Biped"));
+        ASSERT_TRUE(model.IsValid());
+        std::unique_ptr<GlueMap> glue(GlueMap::CreateFromCustomProperty(model));
+        ASSERT_TRUE(glue);
+        std::ofstream(std::getenv("TROVO_GLUE_CHILD_OUT")) << Dump(*glue);
+        return;
+    }
+    GluedRig rig;
+    ASSERT_TRUE(rig.Build(nullptr));
+    rig.glue->SaveToCustomProperty(rig.biped.model);
+    const std::string expected = Dump(*rig.glue);
+    ASSERT_NE(expected.find("spine Spine1 Spine2 Chest chest"), std::string::npos);
+
+    const std::string base = std::string(::testing::TempDir()) + "zukglue_child_" + std::to_string(::getpid());
+    const std::string scenePath = base + ".orvscene", outPath = base + ".txt";
+    std::wstring error;
+    ASSERT_TRUE(orvhost::SaveScene(scenePath, error));
+    char self[4096];
+    const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
+    ASSERT_GT(n, 0);
+    self[n] = '\0';
+    const std::string command = "TROVO_GLUE_CHILD_SCENE='" + scenePath + "' TROVO_GLUE_CHILD_OUT='" + outPath + "' '" +
+                                std::string(self) +
+                                "' --gtest_filter=GlueOnRig.AStoredGlueReadsBackInAnotherProcessWithEveryValueEqual "
+                                "> /dev/null 2>&1";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    EXPECT_EQ(ReadAll(outPath), expected);
+    std::remove(scenePath.c_str());
+    std::remove(outPath.c_str());
+}
+
+}  // namespace
