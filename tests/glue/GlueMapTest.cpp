@@ -487,6 +487,9 @@ TEST_F(Glue, AGoalTurningPastHalfATurnUnwrapsToTheNearestTurn) {
     const CRotation after(CVector3(0, 1, 0), -3.1);
     const double next = spine->getDeltaSpin(after, spin);
     EXPECT_NEAR(next - spin, 2 * M_PI - 6.2, 1e-6);
+    // And the other way round.
+    const double back = spine->getDeltaSpin(before, spine->getDeltaSpin(after, 0.0));
+    EXPECT_NEAR(back - (-3.1), -(2 * M_PI - 6.2), 1e-6);
 }
 
 TEST_F(Glue, KeyedSpineObjectsShareTheirRunsLength) {
@@ -504,6 +507,83 @@ TEST_F(Glue, KeyedSpineObjectsShareTheirRunsLength) {
     EXPECT_EQ(spine->animated[0], 0);
     EXPECT_EQ(spine->animated[1], 1);
     EXPECT_EQ(spine->animated[2], 1);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(Glue, AnUnfedObjectOnALimbsGoalRidesOnTheGoalTurnedByTheirAxes) {
+    // Node 4 hangs under the goal (3) and sits on it; it has no source, the goal has one.
+    Rig rig({{-1, 0}, {0, 1}, {1, 0}, {1, 2}, {3, 0}}, {{3, 2, 1}});
+    ORV::Null goal = AddNull(rig.model, L"Goal", CVector3(1, 0, 0));
+    ORV::Null toe = AddNull(goal, L"Toe", CVector3(1, 0, 0.0005));
+    ORV::Null far = AddNull(goal, L"Far", CVector3(1, 0, 2));
+    rig.map.nodes[3].object = goal;
+    rig.map.nodes[4].object = toe;
+    rig.map.nodes[3].translationSource = 3;
+    rig.map.nodes[3].align = CVector3(0, 0, 1);
+    rig.map.nodes[3].roll = CVector3(0, 1, 0);
+    rig.map.nodes[4].align = CVector3(1, 0, 0);
+    rig.map.nodes[4].roll = CVector3(0, 1, 0);
+    GlueMap glue;
+    ZUK::MocapConstraint c;
+    c.nodeIndex = 4;
+    glue.mocaps.push_back(c);
+    glue.modelMap = &rig.map;
+    glue.syncToModelMap();
+    EXPECT_EQ(glue.mocaps[0].nodeIndex, 3);
+    CVector3 turned;
+    turned.MulByMatrix3(CVector3(1, 0, 0), glue.mocaps[0].rotationOffset.GetMatrix());
+    EXPECT_TRUE(turned.Equals(CVector3(0, 0, 1), 1e-12));
+
+    // Farther than a ten-thousandth of the leg length: it keeps its own node.
+    rig.map.nodes[4].object = far;
+    glue.mocaps[0].nodeIndex = 4;
+    glue.mocaps[0].rotationOffset = CRotation();
+    glue.syncToModelMap();
+    EXPECT_EQ(glue.mocaps[0].nodeIndex, 4);
+}
+
+}  // namespace
+
+namespace {
+
+// A leg chain whose first joint is rolled by 30 degrees, under a root that may be mirrored.
+double JointRollReadBack(bool mirroredRoot) {
+    orvhost::NewScene();
+    Rig rig({{-1, 0}, {0, 1}, {1, 0}, {1, 2}}, {{3, 2, 1}});
+    ORV::Null root = AddNull(rig.model, L"Root", CVector3(0, 10, 0));
+    if (mirroredRoot) {
+        CTransformation t = At(0, 10, 0);
+        t.SetScaling(CVector3(-1, 1, 1));
+        root.GetKinematics().GetGlobal().PutTransform(t);
+    }
+    ORV::ChainRoot chain;
+    root.Add2DChain(CVector3(0, 10, 0), CVector3(0, 5, 0.5), CVector3(1, 0, 0), L"Leg", chain);
+    ORV::ChainBone upper(chain.GetBones()[0]), lower;
+    chain.AddBone(CVector3(0, 0, 0), L"Lower", lower);
+    ORV::Null goal = AddNull(rig.model, L"Goal", CVector3(0, 0, 0));
+    ORV::Null up = AddNull(rig.model, L"Up", CVector3(0, 5, 4));
+    upper.GetJoint().PutUpVectorReference(up);
+    CValue ignored;
+    CValueArray args;
+    args.Add(CValue(upper.GetFullName() + L".joint.roll"));
+    args.Add(CValue(30.0));
+    ORV::Application().ExecuteCommand(L"SetValue", args, ignored);
+    rig.map.nodes[0].object = root;
+    rig.map.nodes[1].object = upper;
+    rig.map.nodes[2].object = lower;
+    rig.map.nodes[3].object = goal;
+    std::unique_ptr<GlueMap> glue(GlueMap::createFromModelMap(rig.model, &rig.map));
+    return glue->planes.empty() ? 0.0 : glue->planes[0].jointRoll;
+}
+
+TEST_F(Glue, AMirroredAnchorReversesTheSignOfTheJointRoll) {
+    const double plain = JointRollReadBack(false);
+    const double mirrored = JointRollReadBack(true);
+    EXPECT_NEAR(plain, 30.0 * -0.017453293, 1e-12);
+    EXPECT_NEAR(mirrored, 30.0 * 0.017453293, 1e-12);
 }
 
 }  // namespace
