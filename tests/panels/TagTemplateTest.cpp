@@ -148,6 +148,13 @@ TEST_F(TagTemplate, ASecondCopyOfTheRigLoadsTheSameSetup) {
     orvhost::ClearLog();
     ASSERT_TRUE(Load(second, file));
     EXPECT_TRUE(Messages().empty());
+    // The word for an empty value names no object: each such row is noted, and stays empty.
+    Log missing;
+    for (const auto& note : Notes())
+        if (note.first.rfind(L"Node ", 0) == 0) missing.push_back(note);
+    EXPECT_EQ(missing,
+              (Log{{L"Node <EmptyFieldorv> is missing.", 8}, {L"Node <EmptyFieldorv> is missing.", 8}}));
+    EXPECT_EQ(Value(second, L"lforearmtwist"), L"");
     EXPECT_EQ(Value(second, L"TemplateFile"), structtest::Wide(file));
     EXPECT_FALSE(Dirty(second));
 
