@@ -1,5 +1,7 @@
 #include "live/RetargetOp.h"
 
+#include "panels/AdjustPPG.h"
+#include "panels/RotationOffsetPPG.h"
 #include "shell/Placeholder.h"
 #include "shell/Util.h"
 
@@ -16,10 +18,40 @@ ORV::CStatus notBuilt(const wchar_t* what) {
 
 const ORV::CString RetargetOp::DATA_NAME(L"ZUKRetargetOp");
 
+namespace {
+// Deletes the custom operator `name` reading or writing `state`, if there is one.
+void deleteOperator(const ORV::KinematicState& state, const wchar_t* name) {
+    ORV::CustomOperator op;
+    if (Util::findCustomOp(state.GetFullName(), name, op)) Util::deleteObj(op.GetFullName());
+}
+
+void deleteProperty(const ORV::X3DObject& object, const wchar_t* name) {
+    ORV::Property property;
+    if (Util::findCustomPSet(object, name, property)) Util::deleteObj(property.GetFullName());
+}
+}  // namespace
+
 bool RetargetOp::cleanupRetargetOp(ORV::Model model) {
-    app.LogMessage(L"cleanupRetargetOp is not built yet", 4);
-    logPlaceholderCall(L"cleanupRetargetOp", {model.GetRef()});
-    return false;
+    // The adjustment property marks an installation; without it nothing is touched.
+    ORV::Property adjust;
+    if (!Util::findCustomPSet(model, AdjustPPG::PROPERTY_NAME, adjust)) return false;
+    Util::deleteObj(adjust.GetFullName());
+    deleteProperty(model, DATA_NAME.GetWideString());
+    deleteProperty(model, L"ZUKRefFrames");
+    // The main operator is registered under another name than its callbacks'.
+    deleteOperator(model.GetKinematics().GetLocal(), L"RetargetOperator");
+    ORV::CStringArray families;
+    families.Add(ov3DObjectFamily);
+    ORV::CRefArray objects = model.FindChildren(L"", L"", families, true);
+    for (long i = 0; i < objects.GetCount(); ++i) {
+        ORV::X3DObject object(objects[i]);
+        deleteOperator(object.GetKinematics().GetGlobal(), L"RetargetGlobalOp");
+        deleteOperator(object.GetKinematics().GetGlobal(), L"RetargetUpVOp");
+        deleteOperator(object.GetKinematics().GetLocal(), L"RetargetSpineOp");
+        deleteOperator(object.GetKinematics().GetLocal(), L"RetargetDecompOp");
+        deleteProperty(object, RotationOffsetPPG::PROPERTY_NAME.GetWideString());
+    }
+    return true;
 }
 
 bool RetargetOp::findFCurvesStartEnd(ORV::Model model, int& start, int& end) {

@@ -1,5 +1,7 @@
 // Property type callbacks of the plot options page.
-#include <orv/ORV.h>
+#include "panels/PlotRetargetPPG.h"
+
+#include "shell/Util.h"
 
 namespace {
 ORV::Application app;
@@ -9,6 +11,17 @@ ORV::CStatus notBuilt(const wchar_t* what) {
     return ORV::CStatus::OK;
 }
 }  // namespace
+
+namespace ZUK {
+
+const ORV::CString PlotRetargetPPG::PROPERTY_NAME(L"PlotRetargetPPG");
+
+void PlotRetargetPPG::cleanup(ORV::Model model) {
+    ORV::Property property;
+    if (Util::findCustomPSet(model, PROPERTY_NAME, property)) Util::deleteObj(property.GetFullName());
+}
+
+}  // namespace ZUK
 
 extern "C" ORV::CStatus PlotRetargetPPG_Define(ORV::CRef&) {
     return notBuilt(L"PlotRetargetPPG_Define is not built yet");
