@@ -87,7 +87,8 @@ void BM_RigFrameRead(benchmark::State& state) {
     }
     using benchmark::Counter;
     state.counters["frames_per_second"] = Counter(1, Counter::kIsIterationInvariantRate);
-    state.counters["node_frames_per_second"] = Counter(structure->numNodes, Counter::kIsIterationInvariantRate);
+    state.counters["node_frames_per_second"] =
+        Counter(structure->numNodes, Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(BM_RigFrameRead)->Unit(benchmark::kMicrosecond);
 

@@ -169,7 +169,7 @@ void ModelMap::CalculateMocapESRNodeLengths() {
 
 void ModelMap::CalculateESRNodeRotationsFromAlignAndRoll() {
     for (NodeMap& n : nodes) {
-        n.esrOffset = RotationOnly(OffsetFromAlignAndRoll(n.align, n.roll));
+        n.esrOffset.SetRotation(OffsetFromAlignAndRoll(n.align, n.roll));
         n.esrOffsetInverse = Util::invertTransform(n.esrOffset);
         if (n.extraction) {
             const CTransformation offset =

@@ -185,3 +185,30 @@ TEST_F(BvhRig, TaggingByPropertiesWritesTheTagParameters) {
     EXPECT_NEAR(static_cast<double>(tag.GetParameterValue(L"rollz")), 1.0, 1e-6);
     EXPECT_FALSE(modelmaptest::FindProperty(rig.model.FindChild(L"LHipJoint"), L"ZUKTag").IsValid());
 }
+
+TEST(BvhRigFiles, IKRigsOfEveryCmuNamingStandAtTheirRestPositions) {
+    struct File {
+        const char* path;
+        bvhrig::Tagging tagging;
+    };
+    const File files[] = {{"bvh/cmu_mb2010/09_06.bvh", bvhrig::CmuMotionBuilderTagging(false)},
+                          {"bvh/cmu_mb2008/01_01.bvh", bvhrig::CmuMotionBuilderTagging(true)},
+                          {"bvh/cmu_3dsmax/01_01.bvh", bvhrig::Cmu3dsMaxTagging()}};
+    for (const File& f : files) {
+        orvhost::ResetScene();
+        bvhrig::Skeleton s;
+        ASSERT_TRUE(bvhrig::ReadBvh(DataPath(f.path), s)) << f.path;
+        bvhrig::RigOptions o;
+        bvhrig::BipedLimbs(f.tagging, o);
+        o.ikLegs = true;
+        o.ikArms = true;
+        o.scale = 2.0;
+        const bvhrig::BvhRig rig = bvhrig::BuildBvhRig(ORV::Application().GetActiveSceneRoot(), s, L"Cmu", o);
+        ASSERT_TRUE(rig.model.IsValid()) << f.path;
+        EXPECT_EQ(rig.ikLimbs.size(), 4u) << f.path;
+        const bvhrig::GlobalPose rest = bvhrig::ForwardKinematics(s, -1);
+        for (size_t i = 0; i < s.joints.size(); ++i)
+            EXPECT_LT((Pos(rig.joints[i]) - Vec(rest.position[i]) * 2.0).GetLength(), 1e-6)
+                << f.path << " " << modelmaptest::Narrow(s.joints[i].name);
+    }
+}

@@ -298,6 +298,27 @@ TEST_F(Measures, SpanObjectOffTheEffectorIsMovedOntoIt) {
     EXPECT_TRUE(Pos(b.rightLeg.goal).Equals(rightGoal, 1e-12));
 }
 
+TEST_F(Measures, CreateMapReadsThePoseAfterTheGoalsHaveMoved) {
+    rigs::IKBiped b = rigs::BuildIKBiped(root);
+    ORV::Null control = rigs::AddNullAt(b.model, L"LeftFootControl", CVector3(3, 0, 2));
+    ASSERT_TRUE(bvhrig::TagRigByProperties(b.model, *biped,
+                                           {{L"cog", L"Hips"},
+                                            {L"lthigh", L"LeftLegBone"},
+                                            {L"lshin", L"LeftLegLower"},
+                                            {L"lfoot", L"LeftFootControl"}}));
+    ModelMap map(b.model, biped.get());
+    const CVector3 effector = Pos(b.leftLeg.effector);
+    map.createMap();
+    // The pose held and the limb measured are those with the control on the effector.
+    EXPECT_TRUE(map.nodes[Node(L"lfoot")].global.GetTranslation().Equals(effector, 1e-12));
+    EXPECT_NEAR(map.nodes[Node(L"lfoot")].length,
+                (effector - b.leftLeg.mid).GetLength() + (b.leftLeg.mid - b.leftLeg.start).GetLength(), 1e-9);
+    // Synchronising puts a control that has wandered off back on the effector.
+    MoveTo(control, CVector3(-4, 2, 2));
+    map.synchronizeLengths();
+    EXPECT_TRUE(Pos(control).Equals(effector, 1e-12));
+}
+
 TEST_F(Measures, CaptureMapLeavesTheSceneAlone) {
     rigs::IKBiped b = rigs::BuildIKBiped(root);
     ORV::Null control = rigs::AddNullAt(b.model, L"LeftFootControl", CVector3(3, 0, 2));
