@@ -236,15 +236,14 @@ bool RetargetOp::LoadMotionDataFromBuffer(unsigned char* bytes, unsigned int siz
                 NodeKeyTiming& timing = keyTimings[k];
                 const uint32_t length = readAt<uint32_t>(bytes, at);
                 at += 4;
+                // The name ends at its terminator, or at the end of its L characters.
                 std::wstring name;
-                for (uint32_t c = 0; c < length; ++c, at += 4) {
-                    const uint32_t ch = readAt<uint32_t>(bytes, at);
-                    if (ch == 0) {
-                        at += 4 * static_cast<uint64_t>(length - c - 1);
-                        break;
-                    }
+                for (uint32_t c = 0; c < length; ++c) {
+                    const uint32_t ch = readAt<uint32_t>(bytes, at + 4 * static_cast<uint64_t>(c));
+                    if (ch == 0) break;
                     name.push_back(static_cast<wchar_t>(ch));
                 }
+                at += 4 * static_cast<uint64_t>(length);
                 timing.name = ORV::CString(name.c_str());
                 for (ORV::CDoubleArray& times : timing.times) {
                     const uint32_t n = readAt<uint32_t>(bytes, at);
