@@ -161,7 +161,7 @@ TEST_F(MotionOnRealWalk, PlantedFeetSlideNoMoreThanTheSourceScaledByTheLegs) {
     const double sourceLeg = source.map->legLength, targetLeg = target.map->legLength;
     ASSERT_GT(sourceLeg, 0.0);
     // The legs are 1.3 times longer, so the leg length (hip height) is at most that.
-    EXPECT_LE(targetLeg / sourceLeg, kLegScale * (1.0 + 1e-9));
+    EXPECT_LE(targetLeg / sourceLeg, kLegScale * (1.0 + 1e-6));
     EXPECT_GT(targetLeg / sourceLeg, 1.0);
 
     const wchar_t* feet[2] = {L"lfoot", L"rfoot"};
