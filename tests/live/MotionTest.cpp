@@ -46,8 +46,11 @@ TEST(Motion, RecordingCopiesTargetPosesNormalsAndTheSourcePositionOfEachGoal) {
     }
     legs.target.planes[0].normal.Set(0, 0, 1);
     legs.target.planes[1].normal.Set(0, 1, 0);
+    orvhost::ClearLog();
     motion.RecordPoseFromModelMap(1);
     motion.RecordPoseFromModelMap(3);  // outside the buffer: ignored
+    // No index out of range reached the maps.
+    EXPECT_TRUE(livetest::Messages(0).empty());
     for (int n = 0; n < legs.structure->numNodes; ++n) {
         EXPECT_EQ(motion.globalPoses[n][1].GetTranslation(), CVector3(n, 2.0 * n, 3.0 * n));
         EXPECT_EQ(motion.localPoses[n][1].GetTranslation(), CVector3(-n, 1, 0));
