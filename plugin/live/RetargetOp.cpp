@@ -175,6 +175,8 @@ unsigned long long RetargetOp::RequiredBlobSize(const unsigned char* bytes, unsi
     const uint64_t frames = readAt<uint32_t>(bytes, FRAMES_OFFSET);
     const uint64_t nodes = readAt<uint32_t>(bytes, FRAMES_OFFSET + 4);
     const uint64_t planes = readAt<uint32_t>(bytes, FRAMES_OFFSET + 8);
+    // The operator counts frames in an int.
+    if (frames > INT32_MAX) return 0;
     uint64_t total = POSES_OFFSET, cells = 0;
     if (__builtin_mul_overflow(frames, nodes, &cells) || !grow(total, cells, POSE_BYTES, limit)) return 0;
     if (__builtin_mul_overflow(frames, planes, &cells) || !grow(total, cells, NORMAL_BYTES, limit)) return 0;

@@ -379,6 +379,14 @@ TEST_F(MotionBlob, CountsTooLargeForTheBlobAreRefusedWithAMessage) {
         std::memcpy(b.data() + 256, &frames, 4);
         ExpectRefused(*this, blob, b);
     }
+    // More frames than an int counts, even with nothing stored per frame.
+    BlobSpec empty;
+    empty.nodes = 0;
+    empty.planes = 0;
+    Bytes none = MakeBlob(empty);
+    const uint32_t many = 0x80000000u;
+    std::memcpy(none.data() + 256, &many, 4);
+    ExpectRefused(*this, blob, none);
     // Nodes and planes that multiply past 64 bits.
     Bytes b = bytes;
     const uint32_t huge = 0xFFFFFFFFu;
