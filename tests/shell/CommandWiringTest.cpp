@@ -128,47 +128,78 @@ TEST_F(CommandWiring, SaveTrovoFileCallsSaveTrovoFileWithModelFileStartAndEnd) {
 }
 
 // ---- Tag and structure commands -------------------------------------------------------------
+// These reach the tag rules. Each test shows which function the command reached and that it
+// worked on the model it names (never the decoy made first); the tag panel tests run every one
+// of them through the command with real values.
 
-TEST_F(CommandWiring, SetTagValueCallsSetTagValueWithModelNameValueAndType) {
+ORV::Property PropertyNamed(const ORV::X3DObject& object, const wchar_t* name) {
+    ORV::CRefArray properties = object.GetProperties();
+    for (long i = 0; i < properties.GetCount(); ++i)
+        if (ORV::Property(properties[i]).GetName() == ORV::CString(name)) return ORV::Property(properties[i]);
+    return ORV::Property();
+}
+
+bool HasProperty(const ORV::X3DObject& object, const wchar_t* name) { return PropertyNamed(object, name).IsValid(); }
+
+TEST_F(CommandWiring, SetTagValueCallsSetTagValueOnTheModelItNames) {
     Exec(L"SetTagValue", {rig.GetRef(), S(L"LeftFoot"), S(L"Rig.LFoot"), 2});
-    EXPECT_EQ(log, Placeholder(L"SetTagValue", L"Rig, \"LeftFoot\", \"Rig.LFoot\", 2"));
+    EXPECT_EQ(log, (Lines{{L"The model Rig has no structure. Please set a structure file first.", 4}}));
     ExpectBoolAnswer(false);
 }
 
-TEST_F(CommandWiring, SaveTagTemplateFileCallsSaveTagTemplateFileWithModelAndFile) {
+TEST_F(CommandWiring, SaveTagTemplateFileCallsSaveTagTemplateFileOnTheModelItNames) {
+    // Only the named model has a tag property (and no map yet); any other model is untagged.
+    Exec(L"LoadTagTemplateFile", {rig.GetRef(), S(L"absent_biped.tagt")});
     Exec(L"SaveTagTemplateFile", {rig.GetRef(), S(L"rig.tagt")});
-    EXPECT_EQ(log, Placeholder(L"SaveTagTemplateFile", L"Rig, \"rig.tagt\""));
     ExpectBoolAnswer(false);
+    EXPECT_EQ(log, (Lines{{L"Incorrect tagging. Please re-tag.", 4}}));
+    Exec(L"SaveTagTemplateFile", {other.GetRef(), S(L"rig.tagt")});
+    EXPECT_EQ(log, (Lines{{L"Model not tagged. Please tag the model.", 4}}));
 }
 
 TEST_F(CommandWiring, LoadTagTemplateFileCallsLoadTagTemplateFileWithModelAndTemplate) {
-    Exec(L"LoadTagTemplateFile", {rig.GetRef(), S(L"biped.tagt")});
-    EXPECT_EQ(log, Placeholder(L"LoadTagTemplateFile", L"Rig, \"biped.tagt\""));
-    ExpectBoolAnswer(false);
+    // A template that is not there is only remembered, on the named model's tag property.
+    Exec(L"LoadTagTemplateFile", {rig.GetRef(), S(L"absent_biped.tagt")});
+    ExpectBoolAnswer(true);
+    EXPECT_TRUE(HasProperty(rig, L"TagPPG"));
+    EXPECT_FALSE(HasProperty(other, L"TagPPG"));
+    EXPECT_EQ(PropertyNamed(rig, L"TagPPG").GetParameterValue(L"TemplateFile").GetAsText(),
+              ORV::CString(L"absent_biped.tagt"));
 }
 
 TEST_F(CommandWiring, InheritRetargetSetupCallsLoadTagTemplateFileWithModelAndTemplate) {
-    Exec(L"InheritRetargetSetup", {rig.GetRef(), S(L"biped.tagt")});
-    EXPECT_EQ(log, Placeholder(L"LoadTagTemplateFile", L"Rig, \"biped.tagt\""));
-    ExpectBoolAnswer(false);
+    Exec(L"InheritRetargetSetup", {rig.GetRef(), S(L"absent_biped.tagt")});
+    ExpectBoolAnswer(true);
+    EXPECT_TRUE(HasProperty(rig, L"TagPPG"));
+    EXPECT_FALSE(HasProperty(other, L"TagPPG"));
 }
 
 TEST_F(CommandWiring, ApplyTagsToRigCallsApplyTagPPGValuesToModelWithTheModel) {
     Exec(L"ApplyTagsToRig", {rig.GetRef()});
-    EXPECT_EQ(log, Placeholder(L"ApplyTagPPGValuesToModel", L"Rig"));
     ExpectBoolAnswer(false);
+    ASSERT_FALSE(log.empty());
+    EXPECT_EQ(log.back().second, 2);
 }
 
 TEST_F(CommandWiring, CleanTagsFromRigCallsCleanTagsFromRigWithTheModel) {
+    // Cleaning removes the named model's setup and nothing of another model's.
+    for (ORV::Model m : {rig, other}) {
+        m.AddProperty(L"CustomProperty", false, L"ZUKMap");
+        m.AddProperty(L"CustomProperty", false, L"ZUKGlue");
+    }
     Exec(L"CleanTagsFromRig", {rig.GetRef()});
-    EXPECT_EQ(log, Placeholder(L"CleanTagsFromRig", L"Rig"));
-    ExpectBoolAnswer(false);
+    EXPECT_FALSE(HasProperty(rig, L"ZUKMap"));
+    EXPECT_FALSE(HasProperty(rig, L"ZUKGlue"));
+    EXPECT_TRUE(HasProperty(other, L"ZUKMap"));
+    EXPECT_TRUE(HasProperty(other, L"ZUKGlue"));
 }
 
 TEST_F(CommandWiring, SetStructureFileCallsSetStructureFileWithModelAndFile) {
-    Exec(L"SetStructureFile", {rig.GetRef(), S(L"Biped.structure")});
-    EXPECT_EQ(log, Placeholder(L"SetStructureFile", L"Rig, \"Biped.structure\""));
+    Exec(L"SetStructureFile", {rig.GetRef(), S(L"nosuch.structure")});
     ExpectBoolAnswer(false);
+    ASSERT_FALSE(log.empty());
+    EXPECT_EQ(log.back(), (std::pair<std::wstring, int>{L"Error Loading Structure File.", 4}));
+    EXPECT_FALSE(HasProperty(other, L"TagPPG"));
 }
 
 // ---- Frame range ----------------------------------------------------------------------------
@@ -244,9 +275,12 @@ TEST_F(CommandWiring, RemoveAllTrovoPropsAndOpsCallsFlushRetargetDataWithTheMode
 }
 
 TEST_F(CommandWiring, RemoveTROVOOperatorsCallsCleanupRetargetOpWithTheModel) {
+    // The adjustment property marks an installation; the named model's goes, the other's stays.
+    for (ORV::Model m : {rig, other}) m.AddProperty(L"CustomProperty", false, L"RetargetAdjustPPG");
     Exec(L"RemoveTROVOOperators", {rig.GetRef()});
-    EXPECT_EQ(log, Placeholder(L"cleanupRetargetOp", L"Rig"));
     ExpectNoAnswer();
+    EXPECT_FALSE(HasProperty(rig, L"RetargetAdjustPPG"));
+    EXPECT_TRUE(HasProperty(other, L"RetargetAdjustPPG"));
 }
 
 TEST_F(CommandWiring, PlotRetargetMotionPlotsWithItsSevenArgumentsInOrder) {
