@@ -23,6 +23,7 @@
 #include "modelmap/ModelMap.h"
 #include "modelmap/ModelMapTestSupport.h"
 #include "support/BvhRigBuilder.h"
+#include "support/CaptureSource.h"
 
 namespace {
 
@@ -44,32 +45,9 @@ bvhrig::Tagging BipedTagging() {
             {L"rforearm", L"RightArmLower"}, {L"rhand", L"RightArmGoal"}};
 }
 
-struct Capture {
-    std::unique_ptr<ZUK::MocapData> mocap;
-    std::unique_ptr<ModelStructure> structure;
-    std::unique_ptr<ModelMap> map;
-    bool Build(const std::string& path) {
-        mocap.reset(ZUK::BvImport::extractMocapData(ORV::CString(path.c_str()), ZUK::YUp));
-        if (!mocap) return false;
-        mocap->updateTransforms(0);
-        std::unique_ptr<ModelStructure> layout(ModelStructure::CreateFromFile(L"biped"));
-        char file[] = "/tmp/trovo_glue_map_XXXXXX";
-        const int fd = mkstemp(file);
-        if (fd < 0 || !layout) return false;
-        close(fd);
-        { std::ofstream(file) << bvhrig::MapFileText(*layout, bvhrig::CmuMotionBuilderTagging()); }
-        ZUK::InputStream stream{ORV::CString(file)};
-        ORV::CString word;
-        stream >> word;
-        std::unique_ptr<ZUK::TagMap> tags(ZUK::TagMap::createFromStream(stream));
-        std::remove(file);
-        if (!tags || !tags->applyToMocap(mocap.get())) return false;
-        structure.reset(ModelStructure::CreateFromFile(tags->structure_file));
-        if (!structure) return false;
-        map.reset(new ModelMap(mocap.get(), structure.get()));
-        map->createMap();
-        return true;
-    }
+// The capture side, with the CMU tagging of the MotionBuilder-named files.
+struct Capture : bvhrig::CaptureSource {
+    bool Build(const std::string& path) { return CaptureSource::Build(path, bvhrig::CmuMotionBuilderTagging()); }
 };
 
 struct GluedRig {

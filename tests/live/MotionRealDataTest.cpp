@@ -27,6 +27,7 @@
 #include "modelmap/ModelMap.h"
 #include "modelmap/ModelMapTestSupport.h"
 #include "support/BvhRigBuilder.h"
+#include "support/CaptureSource.h"
 
 namespace {
 
@@ -42,37 +43,7 @@ constexpr double kLegScale = 1.3;
 
 std::string Narrow(const std::wstring& w) { return std::string(w.begin(), w.end()); }
 
-// The capture side as the capture driver builds it: the plug-in's reader, the map file's tags,
-// and a measured capture map.
-struct CaptureSource {
-    std::unique_ptr<ZUK::MocapData> mocap;
-    std::unique_ptr<ModelStructure> structure;
-    std::unique_ptr<ModelMap> map;
-
-    bool Build(const std::string& bvhPath, const bvhrig::Tagging& tagging) {
-        mocap.reset(ZUK::BvImport::extractMocapData(ORV::CString(bvhPath.c_str()), ZUK::YUp));
-        if (!mocap) return false;
-        mocap->updateTransforms(0);
-        std::unique_ptr<ModelStructure> layout(ModelStructure::CreateFromFile(L"biped"));
-        if (!layout) return false;
-        char path[] = "/tmp/trovo_motion_map_XXXXXX";
-        const int fd = mkstemp(path);
-        if (fd < 0) return false;
-        close(fd);
-        { std::ofstream(path) << bvhrig::MapFileText(*layout, tagging); }
-        ZUK::InputStream stream{ORV::CString(path)};
-        ORV::CString word;
-        stream >> word;  // "BVH"
-        std::unique_ptr<ZUK::TagMap> tags(ZUK::TagMap::createFromStream(stream));
-        std::remove(path);
-        if (!tags || !tags->applyToMocap(mocap.get())) return false;
-        structure.reset(ModelStructure::CreateFromFile(tags->structure_file));
-        if (!structure) return false;
-        map.reset(new ModelMap(mocap.get(), structure.get()));
-        map->createMap();
-        return true;
-    }
-};
+using bvhrig::CaptureSource;
 
 // The rig with longer legs, tagged at rest, measured and paired with the source.
 struct TargetRig {

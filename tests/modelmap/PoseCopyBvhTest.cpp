@@ -22,6 +22,7 @@
 #include "modelmap/ModelMap.h"
 #include "modelmap/ModelMapTestSupport.h"
 #include "support/BvhRigBuilder.h"
+#include "support/CaptureSource.h"
 
 namespace {
 
@@ -55,37 +56,7 @@ CMatrix3 Transposed(const CMatrix3& m) {
 
 CVector3 Vec(const bvhrig::Vec3& v) { return CVector3(v[0], v[1], v[2]); }
 
-// The capture side, as the capture driver builds it: the plug-in's reader, the map file's tags,
-// and a measured capture map over its own structure.
-struct CaptureSource {
-    std::unique_ptr<ZUK::MocapData> mocap;
-    std::unique_ptr<ModelStructure> structure;
-    std::unique_ptr<ModelMap> map;
-
-    bool Build(const std::string& bvhPath, const bvhrig::Tagging& tagging) {
-        mocap.reset(ZUK::BvImport::extractMocapData(ORV::CString(bvhPath.c_str()), ZUK::YUp));
-        if (!mocap) return false;
-        mocap->updateTransforms(0);
-        std::unique_ptr<ModelStructure> layout(ModelStructure::CreateFromFile(L"biped"));
-        if (!layout) return false;
-        char path[] = "/tmp/trovo_posecopy_map_XXXXXX";
-        const int fd = mkstemp(path);
-        if (fd < 0) return false;
-        close(fd);
-        { std::ofstream(path) << bvhrig::MapFileText(*layout, tagging); }
-        ZUK::InputStream stream{ORV::CString(path)};
-        ORV::CString word;
-        stream >> word;  // "BVH"
-        std::unique_ptr<ZUK::TagMap> tags(ZUK::TagMap::createFromStream(stream));
-        std::remove(path);
-        if (!tags || !tags->applyToMocap(mocap.get())) return false;
-        structure.reset(ModelStructure::CreateFromFile(tags->structure_file));
-        if (!structure) return false;
-        map.reset(new ModelMap(mocap.get(), structure.get()));
-        map->createMap();
-        return true;
-    }
-};
+using bvhrig::CaptureSource;
 
 // A rig built from the skeleton, tagged in its rest pose, measured, and paired with the source.
 struct TargetRig {
