@@ -360,6 +360,17 @@ TEST_F(XMLFileStreamTest, MissingAttributeAddsItsError) {
     EXPECT_EQ(out.errors[2].std(), L"Atribute : <id> not found under : ");
 }
 
+TEST_F(XMLFileStreamTest, HasAttributeAnswersWithoutAddingAnError) {
+    XMLFileStream out(dir.wfile("doc.xml"), false, true);
+    xercesc::DOMElement* node = out.WriteElement(out.document->getDocumentElement(), L"NODE");
+    out.SetAttributeValue(node, L"override", ORV::CString(L"lhand"));
+    EXPECT_TRUE(out.HasAttribute(node, L"override"));
+    EXPECT_FALSE(out.HasAttribute(node, L"Override"));
+    EXPECT_FALSE(out.HasAttribute(node, L"name"));
+    EXPECT_FALSE(out.HasAttribute(nullptr, L"override"));
+    EXPECT_EQ(out.errors.GetCount(), 0);
+}
+
 TEST_F(XMLFileStreamTest, EmptyAttributeIsFoundAndEmpty) {
     XMLFileStream out(dir.wfile("doc.xml"), false, true);
     xercesc::DOMElement* node = out.WriteElement(out.document->getDocumentElement(), L"NODE", L"name", L"");

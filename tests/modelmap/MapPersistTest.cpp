@@ -464,6 +464,31 @@ TEST_F(MapPersist, StreamRowWithAnotherNameIsLoggedAndEndsTheReading) {
     EXPECT_EQ(map.nodes[3].length, 0.0);
 }
 
+TEST_F(MapPersist, TruncatedTextFormNeverCrashesAndEndsInvalidBeforeTheLastNode) {
+    ORV::Null driver = AddDriver(rig);
+    ModelMap map(rig.model, structure.get());
+    FillMeasures(map);
+    GiveExtraction(map, driver);
+    trovotest::TempFile file("", ".txt");
+    {
+        ZUK::OutputStream out(file.Path());
+        map.WriteToStream(out);
+    }
+    const std::string whole = ReadFile(file.Narrow());
+    const size_t lastNode = whole.rfind("lhand\n");
+    ASSERT_NE(lastNode, std::string::npos);
+    for (size_t n = 0; n <= whole.size(); n += 3) {
+        trovotest::TempFile part(whole.substr(0, n), ".txt");
+        fresh = LoadStructure();
+        ModelMap other(rig.model, fresh.get());
+        ZUK::InputStream in(part.Path());
+        other.ReadFromStream(in);
+        if (n < lastNode) {
+            EXPECT_FALSE(other.valid) << n;
+        }
+    }
+}
+
 // ---- Through a scene file and another process -------------------------------------------------
 
 TEST_F(MapPersist, MapSavedInASceneFileLoadsInAnotherProcessWithEveryValueEqual) {
