@@ -30,7 +30,9 @@ using ORV::MATH::CVector3;
 
 const ModelStructure::Plane& planeOf(const ModelMap& map, int p) { return map.structure->planes[p]; }
 
-bool nodeInRange(const ModelMap& map, int node) { return node >= 0 && node < static_cast<int>(map.nodes.size()); }
+bool nodeInRange(const ModelMap& map, int node) {
+    return node >= 0 && node < static_cast<int>(map.nodes.size());
+}
 
 // The limb's path length through its bones, from the working poses.
 double limbPathLength(const ModelMap& map, int p) {
@@ -49,7 +51,8 @@ double limbPathLength(const ModelMap& map, int p) {
 CVector3 limbVector(const ModelMap& map, int p) {
     const ModelStructure::Plane& plane = planeOf(map, p);
     if (!nodeInRange(map, plane.Span) || !nodeInRange(map, plane.AnchorIndex)) return CVector3();
-    return map.nodes[plane.Span].global.GetTranslation() - map.nodes[plane.AnchorIndex].global.GetTranslation();
+    return map.nodes[plane.Span].global.GetTranslation() -
+           map.nodes[plane.AnchorIndex].global.GetTranslation();
 }
 
 // Whether the limb is shorter than its reach: bent further than when it was measured. A limb of
@@ -122,7 +125,8 @@ void runFramePasses(ModelMap& map, int startFrame, int endFrame, ORV::ProgressBa
                 if (groundedSpan(map, plane.Span)) continue;
                 const CVector3 d = limbVector(map, p);
                 const CVector3 anchor = map.nodes[plane.AnchorIndex].global.GetTranslation();
-                map.nodes[plane.Span].global.SetTranslation(anchor + d * (map.nodes[plane.Span].length / sum));
+                map.nodes[plane.Span].global.SetTranslation(anchor +
+                                                            d * (map.nodes[plane.Span].length / sum));
             }
             for (int i = 0; i < numNodes; ++i) {
                 bool onGround = false;
@@ -245,7 +249,8 @@ bool ModelMap::saveToFile(const ORV::CString& path, int startFrame, int endFrame
     for (int p = 0; p < numPlanes; ++p) {
         const ModelStructure::Plane& plane = structure->planes[p];
         stream << plane.Name << '\n';
-        stream << plane.Span << plane.Mid << plane.AnchorIndex << static_cast<int>(plane.bones.GetCount()) << '\n';
+        stream << plane.Span << plane.Mid << plane.AnchorIndex << static_cast<int>(plane.bones.GetCount())
+               << '\n';
         for (long k = 0; k < plane.bones.GetCount(); ++k) stream << static_cast<int>(plane.bones[k]) << '\n';
     }
 
@@ -290,9 +295,7 @@ void ModelMap::storeKeyTiming(ORV::X3DObject object, ORV::CString name, OutputSt
         }
         const long numKeys = curve.GetNumKeys();
         auto timeOf = [&](long j) { return curve.GetKeyAtIndex(j).GetTime().GetTime(); };
-        auto leadingZero = [&](long j, double t) {
-            return t > start && (j == 0 || timeOf(j - 1) < start);
-        };
+        auto leadingZero = [&](long j, double t) { return t > start && (j == 0 || timeOf(j - 1) < start); };
 
         // Count pass, up to the first key outside the range.
         int count = 0;
@@ -427,7 +430,8 @@ bool ModelMap::CreateFromFile(const ORV::CString& path) {
 
 ModelMap* ModelMap::CreateMotionMapFromFile(const ORV::CString& path) {
     std::unique_ptr<ModelMap> map(new ModelMap());
-    const bool read = XMLFileStream::IsXMLFile(path) ? map->loadMotionFromXMLFile(path) : map->CreateFromFile(path);
+    const bool read =
+        XMLFileStream::IsXMLFile(path) ? map->loadMotionFromXMLFile(path) : map->CreateFromFile(path);
     // A text file the stream could not open leaves no motion behind.
     if (!read || !map->motion) return nullptr;
     return map.release();

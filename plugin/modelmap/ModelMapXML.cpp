@@ -123,7 +123,8 @@ bool ModelMap::saveMotionToXMLFile(const ORV::CString& path, int startFrame, int
                                  text(motionfile::countKeyTimingObjects(*this)));
         for (int i = 0; i < numNodes; ++i)
             if (nodes[i].object.IsValid())
-                storeXMLKeyTiming(nodes[i].object, structure->nodes[i].Name, stream, keys, startFrame, endFrame);
+                storeXMLKeyTiming(nodes[i].object, structure->nodes[i].Name, stream, keys, startFrame,
+                                  endFrame);
         for (int p = 0; p < numPlanes; ++p) {
             const int anchor = structure->planes[p].AnchorIndex;
             if (anchor < 0 || anchor >= numNodes) continue;
@@ -184,7 +185,8 @@ void ModelMap::WriteToXMLStream(XMLFileStream& stream) {
         if (nodes[i].extraction) {
             xercesc::DOMElement* extraction = stream.WriteElement(node, L"EXTRACTION_NODE");
             const ORV::X3DObject& object = nodes[i].extraction->object;
-            stream.SetAttributeValue(extraction, L"name", object.IsValid() ? object.GetName() : ORV::CString());
+            stream.SetAttributeValue(extraction, L"name",
+                                     object.IsValid() ? object.GetName() : ORV::CString());
             stream.SetAttributeValue(extraction, L"rot", nodes[i].extraction->esrOffsetInverse.GetRotation());
         }
     }
@@ -295,8 +297,12 @@ bool ModelMap::loadMotionFromXMLFile(const ORV::CString& path) {
     if (entries >= 1 && motionfile::plausibleCount(entries, bytes)) {
         numKeyTiming = entries;
         keyTiming = new NodeKeyTiming[static_cast<size_t>(entries)];
+        // The writer leaves a "NODE" for every object it looked at, curves or not, while the
+        // count holds only the objects with curves: the empty ones are passed over, so that the
+        // entries are the same as the text form's.
         xercesc::DOMElement* node = stream.GetChildElement(keys, 0);
-        for (int k = 0; k < entries && node; ++k, node = stream.GetNextSiblingElement(node)) {
+        for (int k = 0; k < entries && node; node = stream.GetNextSiblingElement(node)) {
+            if (!stream.GetChildElement(node, 0)) continue;
             stream.GetAttributeValue(node, L"name", keyTiming[k].name);
             for (xercesc::DOMElement* curve = stream.GetChildElement(node, 0); curve;
                  curve = stream.GetNextSiblingElement(curve)) {
@@ -314,6 +320,7 @@ bool ModelMap::loadMotionFromXMLFile(const ORV::CString& path) {
                     keyTiming[k].times[c].Add(time);
                 }
             }
+            ++k;
         }
     } else if (entries >= 1) {
         stream.AddError(L"The file " + path + L" announces more key timing entries than it holds.");

@@ -86,6 +86,12 @@ void KeyChannel(ORV::X3DObject object, const wchar_t* channel, double time, doub
     curve.AddKey(ORV::CTime(time), ORV::CValue(value));
 }
 
+// Reads either form into `read`.
+bool XmlOrText(const TempFile& file, ModelMap& read) {
+    return ReadAll(file.Narrow()).compare(0, 5, "<?xml") == 0 ? read.loadMotionFromXMLFile(file.Path())
+                                                              : read.CreateFromFile(file.Path());
+}
+
 // A rig of nulls made from the clip's skeleton, tagged with the biped structure, measured, and
 // keyed at frames 1 to 6 with every tenth pose of the clip.
 class NormMotionRig : public ::testing::Test {
@@ -288,7 +294,8 @@ TEST_F(NormMotionRig, XmlFileGivesBackEveryValueWithinItsNumberText) {
     // Shortest round-trip number text; the rotation passes through axis and angle.
     EXPECT_LE(e.translation, 1e-12);
     EXPECT_LE(e.rotation, 1e-12);
-    std::printf("XML round trip: translation %.3g, rotation matrix entries %.3g\n", e.translation, e.rotation);
+    std::printf("XML round trip: translation %.3g, rotation matrix entries %.3g\n", e.translation,
+                e.rotation);
     ExpectEveryFrameKeyed(read, *map, *structure);
 }
 
@@ -443,7 +450,8 @@ TEST_F(NormMotionRig, MeasuredModelLiftsBodyForShortenedLegsAndKeepsFeetDown) {
 }
 
 TEST_F(NormMotionRig, RetargetedModelStoresNoKeyTiming) {
-    ORV::CustomProperty adjust(rig.model.AddProperty(L"CustomProperty", false, ZUK::AdjustPPG::PROPERTY_NAME).GetRef());
+    ORV::CustomProperty adjust(
+        rig.model.AddProperty(L"CustomProperty", false, ZUK::AdjustPPG::PROPERTY_NAME).GetRef());
     ASSERT_TRUE(adjust.IsValid());
     const std::string text = ScratchPath(".trovo"), xml = ScratchPath(".trovo");
     ASSERT_TRUE(map->saveToFile(text.c_str(), 1, 6));
@@ -541,6 +549,54 @@ TEST_F(KeyTimingRange, CurveWithKeysBeforeStartKeepsReaderInStep) {
         }
 }
 
+TEST(NormMotionUpVector, KeyedUpVectorOfAChainLimbIsStoredUnderThePlaneName) {
+    orvhost::NewScene();
+    char user[] = "/tmp/trovo_normmotion_user_XXXXXX";
+    ASSERT_NE(mkdtemp(user), nullptr);
+    structtest::UseLocations(user, TROVO_FACTORY_DATA);
+    bvhrig::Skeleton skel;
+    ASSERT_TRUE(bvhrig::ReadBvh(kWalk, skel));
+    const bvhrig::Tagging tagging = bvhrig::CmuMotionBuilderTagging();
+    bvhrig::RigOptions options;
+    bvhrig::BipedLimbs(tagging, options);
+    options.ikLegs = true;
+    bvhrig::BvhRig rig =
+        bvhrig::BuildBvhRig(ORV::Application().GetActiveSceneRoot(), skel, L"ikwalker", options);
+    ASSERT_TRUE(rig.model.IsValid());
+    ASSERT_EQ(rig.ikLimbs.size(), 2u);
+    std::unique_ptr<ModelStructure> structure(ModelStructure::CreateFromFile(L"biped"));
+    ASSERT_TRUE(structure);
+    ASSERT_TRUE(bvhrig::TagRigByProperties(rig.model, *structure, tagging));
+    ModelMap map(rig.model, structure.get());
+    map.createMap();
+    // Only the left leg's up-vector object carries keys.
+    KeyChannel(rig.ikLimbs[0].upVector, L"posz", 2, 1.0);
+    KeyChannel(rig.ikLimbs[0].upVector, L"posz", 4, 3.0);
+    TempFile text("", ".trovo"), xml("", ".trovo");
+    ASSERT_TRUE(map.saveToFile(text.Path(), 1, 5));
+    ASSERT_TRUE(map.saveMotionToXMLFile(xml.Path(), 1, 5));
+    const int lshin = structure->nodeIndex(L"lshin");
+    int plane = -1;
+    for (int p = 0; p < structure->numPlanes; ++p)
+        if (structure->planes[p].Mid == lshin) plane = p;
+    ASSERT_GE(plane, 0);
+    const std::wstring expectedName =
+        std::wstring(structure->planes[plane].Name.GetWideString()) + ModelMap::UPVECTORTAG;
+    for (const TempFile* file : {&text, &xml}) {
+        ModelMap read;
+        ASSERT_TRUE(XmlOrText(*file, read));
+        ASSERT_EQ(read.numKeyTiming, 1);
+        EXPECT_EQ(std::wstring(read.keyTiming[0].name.GetWideString()), expectedName);
+        const ORV::CDoubleArray& z = read.keyTiming[0].times[2];
+        // 0 before the first key, then 1 and 3; no key lies beyond the range, so no closing value.
+        ASSERT_EQ(z.GetCount(), 3);
+        EXPECT_EQ(z[0], 0.0);
+        EXPECT_EQ(z[1], 1.0);
+        EXPECT_EQ(z[2], 3.0);
+    }
+    rmdir(user);
+}
+
 // ---- Hand-written files ---------------------------------------------------------------------
 
 const char* kSmallText =
@@ -578,7 +634,8 @@ TEST(NormMotionText, NodeNamedLikeAChannelIsReadAsAChannel) {
     EXPECT_EQ(read.keyTiming[0].times[0][1], 4.0);
     EXPECT_EQ(read.keyTiming[0].times[4].GetCount(), 0);
     EXPECT_EQ(std::wstring(read.keyTiming[1].name.GetWideString()), L"1");
-    for (int c = 0; c < ZUK::NodeKeyTiming::NUM_CHANNELS; ++c) EXPECT_EQ(read.keyTiming[1].times[c].GetCount(), 0);
+    for (int c = 0; c < ZUK::NodeKeyTiming::NUM_CHANNELS; ++c)
+        EXPECT_EQ(read.keyTiming[1].times[c].GetCount(), 0);
     EXPECT_EQ(read.motion[3].GetTranslation().GetZ(), 12.0);
 }
 
