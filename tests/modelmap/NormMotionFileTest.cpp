@@ -19,6 +19,7 @@
 #include "HostTesting.h"
 #include "character/ModelStructure.h"
 #include "character/StructureTestSupport.h"
+#include "core/XMLFileStream.h"
 #include "mocap/BvImport.h"
 #include "mocap/Mocap.h"
 #include "mocap/TempFile.h"
@@ -297,6 +298,53 @@ TEST_F(NormMotionRig, XmlFileGivesBackEveryValueWithinItsNumberText) {
     std::printf("XML round trip: translation %.3g, rotation matrix entries %.3g\n", e.translation,
                 e.rotation);
     ExpectEveryFrameKeyed(read, *map, *structure);
+}
+
+TEST_F(NormMotionRig, XmlFileSpellsEveryElementAndAttribute) {
+    const std::string path = ScratchPath(".trovo");
+    ASSERT_TRUE(map->saveMotionToXMLFile(path.c_str(), 1, 2));
+    const std::string xml = ReadAll(path);
+    EXPECT_NE(xml.find("<HEADER>\n    <!--TROVO file Saved out from Orvane using TROVO-->"),
+              std::string::npos);
+    for (const char* part : {"<VERSION>",
+                             "<AnimationLength>2</AnimationLength>",
+                             "<legLength>",
+                             "<hipOffset>",
+                             "<numNodes>23</numNodes>",
+                             "<numPlanes>",
+                             "<structure_type>biped</structure_type>",
+                             "<NODES>",
+                             "obj_IsValid=\"true\"",
+                             "length=\"",
+                             "<PLANES>",
+                             "anchor_index=\"",
+                             "numbones=\"",
+                             "<Bone boneindex=\"",
+                             "<POSE_VALUES>",
+                             "<POSE time=\"1\">",
+                             "<POSE time=\"2\">",
+                             "global=\"",
+                             "id=\"22\"",
+                             "name=\"Hips\"",
+                             "<FCURVE_KEYS num_nodes_with_fcurve_keys=\"",
+                             "<CURVE name=\"rotz\" numkeys=\"2\">",
+                             "<KEY keytime=\"1\"/>"})
+        EXPECT_NE(xml.find(part), std::string::npos) << part;
+}
+
+TEST_F(NormMotionRig, MapElementsCarryItsMeasures) {
+    const std::string path = ScratchPath(".xml");
+    {
+        XMLFileStream stream(path.c_str(), false, true);
+        map->WriteToXMLStream(stream);
+    }
+    const std::string xml = ReadAll(path);
+    for (const char* part :
+         {"<MODEL_MAP", "structure_source=\"biped\"", "structure_type=\"biped\"", "hipOffset=\"",
+          "legLength=\"", "<NODES num_nodes=\"23\">", "<NODE length=\"", "rot=\"", "name=\"cog\""})
+        EXPECT_NE(xml.find(part), std::string::npos) << part;
+    // No node of this rig has an extraction object.
+    EXPECT_EQ(xml.find("EXTRACTION_NODE"), std::string::npos);
 }
 
 TEST_F(NormMotionRig, EitherFormLoadsThroughTheMotionMapEntry) {
