@@ -272,6 +272,13 @@ DOMElement* XMLFileStream::GetChildElement(DOMNode* node, int index) {
     return nullptr;
 }
 
+DOMElement* XMLFileStream::GetNextSiblingElement(DOMNode* node) {
+    if (!node) return nullptr;
+    for (DOMNode* next = node->getNextSibling(); next; next = next->getNextSibling())
+        if (next->getNodeType() == DOMNode::ELEMENT_NODE) return static_cast<DOMElement*>(next);
+    return nullptr;
+}
+
 DOMElement* XMLFileStream::FindElement(DOMElement* parent, ORV::CString name) {
     if (!parent) return nullptr;
     XMLStringConverter wanted(name.GetAsciiString());
@@ -323,6 +330,23 @@ void XMLFileStream::SetElementValue(DOMNode* node, ORV::CString value) {
         if (owner) node->appendChild(owner->createTextNode(text));
     } catch (const DOMException& e) {
         AddError(L"DOM Exception Writing " + path + L"\n reports: \n" + exceptionText(e));
+    }
+}
+
+DOMElement* XMLFileStream::GetRootElement() { return document ? document->getDocumentElement() : nullptr; }
+
+bool XMLFileStream::WriteComment(DOMElement* parent, const ORV::CString& text) {
+    if (!parent) return false;
+    DOMDocument* owner = parent->getOwnerDocument();
+    if (!owner) return false;
+    XMLStringConverter content(text.GetAsciiString());
+    try {
+        parent->appendChild(owner->createComment(content));
+        return true;
+    } catch (const DOMException& e) {
+        // A comment may not hold "--".
+        AddError(L"DOM Exception Writing " + path + L"\n reports: \n" + exceptionText(e));
+        return false;
     }
 }
 

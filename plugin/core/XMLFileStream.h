@@ -63,6 +63,8 @@ public:
     int GetNumChildElements(xercesc::DOMNode* node);
     // The child element of that index counting elements only; null when there is none.
     xercesc::DOMElement* GetChildElement(xercesc::DOMNode* node, int index);
+    // The next element after `node` among its siblings; null when there is none.
+    xercesc::DOMElement* GetNextSiblingElement(xercesc::DOMNode* node);
     // The first direct child element named `name`, case included; null when there is none.
     xercesc::DOMElement* FindElement(xercesc::DOMElement* parent, ORV::CString name);
     ORV::CString GetNodeName(xercesc::DOMNode* node);
@@ -74,6 +76,10 @@ public:
     // an error, when the element is missing.
     bool readElementValue(xercesc::DOMElement* parent, const ORV::CString& name, ORV::CString& out);
     void SetElementValue(xercesc::DOMNode* node, ORV::CString value);
+    // The document element; null when there is no document.
+    xercesc::DOMElement* GetRootElement();
+    // Appends a comment node with `text` under `parent`. False, with an error, when it cannot.
+    bool WriteComment(xercesc::DOMElement* parent, const ORV::CString& text);
     xercesc::DOMElement* WriteElement(xercesc::DOMElement* parent, const ORV::CString& name);
     xercesc::DOMElement* WriteElement(xercesc::DOMElement* parent, const ORV::CString& name,
                                       const ORV::CString& value);

@@ -224,6 +224,10 @@ public:
                            xercesc::DOMElement* parent, int startFrame, int endFrame);
     void WriteToXMLStream(XMLFileStream& stream);
 
+    // A motion map read from a normalised motion file of either form (told apart by
+    // XMLFileStream::IsXMLFile); owned by the caller, null when the file could not be read.
+    static ModelMap* CreateMotionMapFromFile(const ORV::CString& path);
+
     // ---- Data
     // The canonical skeleton; not owned unless `ownsStructure` (a motion file reader built it).
     ModelStructure* structure = nullptr;
