@@ -44,9 +44,11 @@ TEST(FuzzReplay, EveryCorpusFolderNamesATarget) {
     for (const char* kind : {"corpus", "crashes"}) {
         std::error_code ignored;
         if (!fs::is_directory(kFuzzDir / kind, ignored)) continue;
-        for (const auto& e : fs::directory_iterator(kFuzzDir / kind))
-            if (e.is_directory())
+        for (const auto& e : fs::directory_iterator(kFuzzDir / kind)) {
+            if (e.is_directory()) {
                 EXPECT_EQ(trovofuzz::Entries().count(e.path().filename().string()), 1u) << e.path();
+            }
+        }
     }
 }
 
