@@ -43,9 +43,8 @@ std::uint32_t TakeSeed(const std::uint8_t*& data, std::size_t& size);
 #define TROVO_FUZZ_TARGET(name) \
     extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 #else
-#define TROVO_FUZZ_TARGET(name)                                                              \
-    static int TrovoFuzzEntry_##name(const std::uint8_t* data, std::size_t size);            \
-    static const bool trovoFuzzRegistered_##name =                                           \
-        trovofuzz::Register(#name, TrovoFuzzEntry_##name);                                   \
+#define TROVO_FUZZ_TARGET(name)                                                                       \
+    static int TrovoFuzzEntry_##name(const std::uint8_t* data, std::size_t size);                     \
+    static const bool trovoFuzzRegistered_##name = trovofuzz::Register(#name, TrovoFuzzEntry_##name); \
     static int TrovoFuzzEntry_##name(const std::uint8_t* data, std::size_t size)
 #endif

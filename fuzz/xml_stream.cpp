@@ -1,9 +1,8 @@
 // The XML document stream: parse, then every element as the readers visit them (name, text,
 // every attribute as text, vector, rotation and transform, the element as a parameter set),
 // and the error summary on close.
-#include <xercesc/util/XMLString.hpp>
-
 #include <vector>
+#include <xercesc/util/XMLString.hpp>
 
 #include "FuzzTarget.h"
 #include "HostTesting.h"

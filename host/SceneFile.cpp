@@ -635,7 +635,8 @@ bool Reader::ValueOf(const json& j, CValue& out, bool refsPending) {
             double d;
             if (!ReadNum(v, d)) return Fail(L"a value is malformed");
             // A finite number beyond the float range was never written as a float.
-            if (t == ovFloat && std::isfinite(d) && std::fabs(d) > FLT_MAX) return Fail(L"a value is malformed");
+            if (t == ovFloat && std::isfinite(d) && std::fabs(d) > FLT_MAX)
+                return Fail(L"a value is malformed");
             out = t == ovFloat ? CValue(static_cast<float>(d)) : CValue(d);
             return true;
         }
@@ -805,7 +806,8 @@ void Reader::LoadParams(Item* owner, std::vector<ParamItem*>& params, const json
         }
         // Two entries of one name would both land on one parameter, the second undoing what
         // the first set up (and what references were waiting for).
-        if (std::any_of(ordered.begin(), ordered.end(), [&](const ParamItem* q) { return q->name == name; })) {
+        if (std::any_of(ordered.begin(), ordered.end(),
+                        [&](const ParamItem* q) { return q->name == name; })) {
             Fail(L"the parameter \"" + name + L"\" is listed twice");
             return;
         }

@@ -282,11 +282,10 @@ json NestedArrays(int levels) {
 TEST_F(SceneFileDamage, ParameterListedTwiceInOneKinematicStateIsRefused) {
     // The first entry's grid holds a reference that waits for every object to exist; the second
     // entry of the same name would shrink that grid under it.
-    WriteAll(damaged,
-             R"({"format": "orvscene", "version": 1, "objects": [{"class": 74, "type": "#model", )"
-             R"("name": "Scene_Root", "parent": -1, "kine": {"local": [{"name": "posx", "type": 5, )"
-             R"("grid": {"rows": 2, "cols": 2, "data": [[0], [0], [0], [13, {"object": 0}]]}}, )"
-             R"({"name": "posx", "type": 5, "grid": {"rows": 1, "cols": 1, "data": [[0]]}}]}}]})");
+    WriteAll(damaged, R"({"format": "orvscene", "version": 1, "objects": [{"class": 74, "type": "#model", )"
+                      R"("name": "Scene_Root", "parent": -1, "kine": {"local": [{"name": "posx", "type": 5, )"
+                      R"("grid": {"rows": 2, "cols": 2, "data": [[0], [0], [0], [13, {"object": 0}]]}}, )"
+                      R"({"name": "posx", "type": 5, "grid": {"rows": 1, "cols": 1, "data": [[0]]}}]}}]})");
     std::wstring error;
     EXPECT_FALSE(orvhost::OpenScene(damaged, error));
     EXPECT_EQ(error, L"The scene file \"" + std::wstring(CString(damaged.c_str()).GetWideString()) +
@@ -322,7 +321,8 @@ TEST_F(SceneFileDamage, GridWhoseDataDoesNotMatchItsSizeIsRefused) {
     }
     ASSERT_FALSE(grid.empty());
     ASSERT_EQ(doc[grid]["data"].size(), 4u);  // 2 x 2
-    const std::wstring expected = L"The scene file \"" + std::wstring(CString(damaged.c_str()).GetWideString()) +
+    const std::wstring expected = L"The scene file \"" +
+                                  std::wstring(CString(damaged.c_str()).GetWideString()) +
                                   L"\" cannot be opened: a grid is malformed.";
     for (std::size_t cells : {3u, 5u, 0u}) {
         json d = doc;
