@@ -171,6 +171,8 @@ int main(int argc, char** argv) {
         if (e.severity == ORV::ovVerbose && !verbose) return;
         std::cerr << wipe << SeverityWord(e.severity) << ": " << trovo::Narrow(e.text) << std::endl;
     };
+    // Every line is printed as it comes; a batch over many files need not keep them too.
+    orvhost::RecordLog(false);
     orvhost::QuestionSink() = [wipe](const std::wstring& question, const std::wstring& answer) {
         std::cerr << wipe << "? " << trovo::Narrow(question);
         if (!answer.empty()) std::cerr << " -> " << trovo::Narrow(answer);

@@ -5,11 +5,13 @@
 
 #include <orv/ORV.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvhost {
@@ -214,9 +216,24 @@ struct Scene {
     std::uint64_t revision = 1;
 };
 
+// The most entries a record of the host keeps (log lines, questions, message boxes).
+constexpr std::size_t kRecordLimit = 100000;
+
+// Appends to a bounded record: when it is full, its oldest half goes first (amortised cost of
+// one move per entry).
+template <typename T>
+void AppendBounded(std::vector<T>& record, T entry) {
+    if (record.size() >= kRecordLimit)
+        record.erase(record.begin(), record.begin() + static_cast<std::ptrdiff_t>(kRecordLimit / 2));
+    record.push_back(std::move(entry));
+}
+
 struct Host {
     std::unique_ptr<Scene> scene;
+    // The lines logged since the last ClearLog, while recordLog is on; at most kRecordLimit of
+    // them (the oldest half goes when the record is full), so that a long session stays small.
     std::vector<LogEntry> log;
+    bool recordLog = true;
     // Receives every log line as it is written (the front end prints it).
     std::function<void(const LogEntry&)> logSink;
     // Installation locations 1..4.

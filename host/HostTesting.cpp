@@ -8,6 +8,14 @@ const std::vector<LogEntry>& LogEntries() { return TheHost().log; }
 
 void ClearLog() { TheHost().log.clear(); }
 
+void RecordLog(bool on) {
+    TheHost().recordLog = on;
+    if (!on) {
+        TheHost().log.clear();
+        TheHost().log.shrink_to_fit();
+    }
+}
+
 std::vector<std::wstring> LogTexts(int severity) {
     std::vector<std::wstring> out;
     for (const LogEntry& e : TheHost().log)

@@ -10,7 +10,10 @@
 
 namespace orvhost {
 
-// --- Log
+// --- Log. The host keeps the lines it logs so that callers can read them back, the newest
+// kRecordLimit at most. A caller that only needs the sink (the front end, a fuzzer) turns the
+// record off; that drops what was kept. The sink hears every line either way.
+void RecordLog(bool on);
 const std::vector<LogEntry>& LogEntries();
 void ClearLog();
 // Log entries with the given severity, in order (all severities when severity is 0).

@@ -75,8 +75,9 @@ Host& TheHost() {
 }
 
 void Host::Log(const std::wstring& text, int severity) {
-    log.push_back(LogEntry{text, severity});
-    if (logSink) logSink(log.back());
+    LogEntry entry{text, severity};
+    if (logSink) logSink(entry);
+    if (recordLog) AppendBounded(log, std::move(entry));
 }
 
 static void RunDeleteHooks(Item* item);

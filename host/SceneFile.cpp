@@ -8,6 +8,7 @@
 // Opening builds the new scene beside the old one and keeps the old one if the file cannot be
 // read; a new scene and an opened scene fire MyNewScene_OnEvent and MyOpenScene_OnEvent.
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -25,6 +26,9 @@ namespace orvhost {
 namespace {
 
 constexpr int kFormatVersion = 1;
+// Real scenes nest a handful of levels; the readers of values and parameter lists recurse, so
+// a deeper file is refused before they see it.
+constexpr std::size_t kMaxNesting = 1000;
 
 // --- Text ---------------------------------------------------------------------------------------
 
@@ -187,6 +191,22 @@ bool ReadNum(const json& j, double& out) {
     else
         return false;
     return true;
+}
+
+// How deep arrays and objects nest in a document (a plain value is 0), without recursion;
+// stops counting once past `limit`.
+std::size_t NestingDepth(const json& doc, std::size_t limit) {
+    std::vector<std::pair<const json*, std::size_t>> pending{{&doc, 0}};
+    std::size_t deepest = 0;
+    while (!pending.empty()) {
+        const auto [j, depth] = pending.back();
+        pending.pop_back();
+        if (!j->is_structured()) continue;
+        deepest = std::max(deepest, depth + 1);
+        if (deepest > limit) return deepest;
+        for (const json& child : *j) pending.push_back({&child, depth + 1});
+    }
+    return deepest;
 }
 
 // Whether a saved class id is one of `base` (itself or a class derived from it).
@@ -614,6 +634,9 @@ bool Reader::ValueOf(const json& j, CValue& out, bool refsPending) {
         case ovDouble: {
             double d;
             if (!ReadNum(v, d)) return Fail(L"a value is malformed");
+            // A finite number beyond the float range was never written as a float.
+            if (t == ovFloat && std::isfinite(d) && std::fabs(d) > FLT_MAX)
+                return Fail(L"a value is malformed");
             out = t == ovFloat ? CValue(static_cast<float>(d)) : CValue(d);
             return true;
         }
@@ -779,6 +802,13 @@ void Reader::LoadParams(Item* owner, std::vector<ParamItem*>& params, const json
         const long type = Integer(j, "type", -1);
         if (!GetString(j, "name", name) || !KnownValueType(type)) {
             Fail(L"a parameter is malformed");
+            return;
+        }
+        // Two entries of one name would both land on one parameter, the second undoing what
+        // the first set up (and what references were waiting for).
+        if (std::any_of(ordered.begin(), ordered.end(),
+                        [&](const ParamItem* q) { return q->name == name; })) {
+            Fail(L"the parameter \"" + name + L"\" is listed twice");
             return;
         }
         ParamItem* p = nullptr;
@@ -986,6 +1016,10 @@ bool Reader::Load(std::wstring& error) {
         error = L"its format version " + std::to_wstring(version) + L" is not known";
         return false;
     }
+    if (NestingDepth(m_doc, kMaxNesting) > kMaxNesting) {
+        error = L"it nests deeper than " + std::to_wstring(kMaxNesting) + L" levels";
+        return false;
+    }
     if (LoadObjects()) LoadProperties(Project(), nullptr, Array(m_doc, "project"));
     // References in values, now that every item exists.
     for (const PendingRef& r : m_pending) {
@@ -1003,9 +1037,12 @@ bool Reader::Load(std::wstring& error) {
             case PendingRef::Attribute:
                 it->attributes[r.key] = v;
                 break;
-            case PendingRef::GridCell:
-                static_cast<GridItem*>(it)->data[r.cell] = v;
+            case PendingRef::GridCell: {
+                // The grid may have been shaped again after the cell was noted.
+                std::vector<CValue>& cells = static_cast<GridItem*>(it)->data;
+                if (r.cell < cells.size()) cells[r.cell] = v;
                 break;
+            }
         }
     }
     if (m_error.empty()) LoadOperators();

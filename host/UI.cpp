@@ -256,7 +256,7 @@ std::function<void(const std::wstring&, const std::wstring&)>& QuestionSink() { 
 CValue AskQuestion(const std::wstring& kind, const std::wstring& text, bool& answered) {
     Host& h = TheHost();
     const std::wstring question = kind + L": " + text;
-    h.questions.push_back(question);
+    AppendBounded(h.questions, question);
     CValue answer;
     answered = !h.answers.empty();
     if (answered) {
@@ -273,7 +273,7 @@ CValue AskQuestion(const std::wstring& kind, const std::wstring& text, bool& ans
 
 void ShowToUser(const std::wstring& kind, const std::wstring& text) {
     const std::wstring question = kind + L": " + text;
-    TheHost().questions.push_back(question);
+    AppendBounded(TheHost().questions, question);
     if (State().questionSink) State().questionSink(question, L"");
 }
 
@@ -455,8 +455,8 @@ long AnswerMsgBox(const CString& text, long flags) {
 
 CStatus UIToolkit::MsgBox(const CString& text, long flags, const CString& caption, long& result) const {
     result = AnswerMsgBox(text, flags);
-    TheHost().messageBoxes.push_back(
-        MessageBoxRecord{text.GetWideString(), caption.GetWideString(), flags, result});
+    AppendBounded(TheHost().messageBoxes,
+                  MessageBoxRecord{text.GetWideString(), caption.GetWideString(), flags, result});
     return CStatus::OK;
 }
 

@@ -246,3 +246,149 @@ TEST_F(SceneFileDamage, TruncatedFileIsRefusedAtAnyLength) {
         EXPECT_EQ(Snapshot(), before);
     }
 }
+
+namespace {
+
+// The text of a value of `levels` arrays, each holding the next, around one integer, as the
+// file writes it. Built as text: copying a deep document copies it level by level.
+std::string NestedValueText(int levels) {
+    std::string text = "[" + std::to_string(ovInt4) + ",7]";
+    const std::string open = "[" + std::to_string(ovArray) + ",[";
+    std::string head, tail;
+    for (int i = 0; i < levels; ++i) {
+        head += open;
+        tail += "]]";
+    }
+    return head + text + tail;
+}
+
+// The document's text with the value of the first object's attribute "deep" spliced in.
+std::string WithDeepAttribute(json d, const std::string& valueText) {
+    d["objects"][1]["attributes"]["deep"] = "@deep@";
+    std::string text = d.dump();
+    text.replace(text.find("\"@deep@\""), 8, valueText);
+    return text;
+}
+
+// Plain arrays `levels` deep.
+json NestedArrays(int levels) {
+    json v = json::array();
+    for (int i = 1; i < levels; ++i) v = json::array({v});
+    return v;
+}
+
+}  // namespace
+
+TEST_F(SceneFileDamage, ParameterListedTwiceInOneKinematicStateIsRefused) {
+    // The first entry's grid holds a reference that waits for every object to exist; the second
+    // entry of the same name would shrink that grid under it.
+    WriteAll(damaged, R"({"format": "orvscene", "version": 1, "objects": [{"class": 74, "type": "#model", )"
+                      R"("name": "Scene_Root", "parent": -1, "kine": {"local": [{"name": "posx", "type": 5, )"
+                      R"("grid": {"rows": 2, "cols": 2, "data": [[0], [0], [0], [13, {"object": 0}]]}}, )"
+                      R"({"name": "posx", "type": 5, "grid": {"rows": 1, "cols": 1, "data": [[0]]}}]}}]})");
+    std::wstring error;
+    EXPECT_FALSE(orvhost::OpenScene(damaged, error));
+    EXPECT_EQ(error, L"The scene file \"" + std::wstring(CString(damaged.c_str()).GetWideString()) +
+                         L"\" cannot be opened: the parameter \"posx\" is listed twice.");
+    EXPECT_EQ(Snapshot(), before);
+}
+
+TEST_F(SceneFileDamage, ParameterListedTwiceInACustomPropertyIsRefused) {
+    json d = doc;
+    bool done = false;
+    for (json& o : d["objects"])
+        for (json& p : o["properties"])
+            if (!done && p["name"] == "Data") {
+                p["params"].push_back(p["params"][0]);
+                done = true;
+            }
+    ASSERT_TRUE(done);
+    WriteAll(damaged, d.dump(1));
+    std::wstring error;
+    EXPECT_FALSE(orvhost::OpenScene(damaged, error));
+    EXPECT_EQ(error, L"The scene file \"" + std::wstring(CString(damaged.c_str()).GetWideString()) +
+                         L"\" cannot be opened: the parameter \"Count\" is listed twice.");
+    EXPECT_EQ(Snapshot(), before);
+}
+
+TEST_F(SceneFileDamage, GridWhoseDataDoesNotMatchItsSizeIsRefused) {
+    std::vector<json::json_pointer> all;
+    Pointers(doc, json::json_pointer(), all);
+    json::json_pointer grid;
+    for (const json::json_pointer& p : all) {
+        const std::string s = p.to_string();
+        if (grid.empty() && s.size() > 5 && s.compare(s.size() - 5, 5, "/grid") == 0) grid = p;
+    }
+    ASSERT_FALSE(grid.empty());
+    ASSERT_EQ(doc[grid]["data"].size(), 4u);  // 2 x 2
+    const std::wstring expected = L"The scene file \"" +
+                                  std::wstring(CString(damaged.c_str()).GetWideString()) +
+                                  L"\" cannot be opened: a grid is malformed.";
+    for (std::size_t cells : {3u, 5u, 0u}) {
+        json d = doc;
+        json data = json::array();
+        for (std::size_t i = 0; i < cells; ++i) data.push_back(json::array({static_cast<int>(ovInt4), 1}));
+        d[grid]["data"] = data;
+        WriteAll(damaged, d.dump(1));
+        std::wstring error;
+        EXPECT_FALSE(orvhost::OpenScene(damaged, error)) << cells;
+        EXPECT_EQ(error, expected) << cells;
+        EXPECT_EQ(Snapshot(), before);
+    }
+    // Rows and columns that multiply to the same count do not match either.
+    json d = doc;
+    d[grid]["rows"] = 1;
+    d[grid]["cols"] = 3;
+    WriteAll(damaged, d.dump(1));
+    std::wstring error;
+    EXPECT_FALSE(orvhost::OpenScene(damaged, error));
+    EXPECT_EQ(error, expected);
+    EXPECT_EQ(Snapshot(), before);
+}
+
+TEST_F(SceneFileDamage, ValuesNestedThousandsOfArraysDeepAreRefused) {
+    WriteAll(damaged, WithDeepAttribute(doc, NestedValueText(5000)));
+    std::wstring error;
+    EXPECT_FALSE(orvhost::OpenScene(damaged, error));
+    EXPECT_EQ(error, L"The scene file \"" + std::wstring(CString(damaged.c_str()).GetWideString()) +
+                         L"\" cannot be opened: it nests deeper than 1000 levels.");
+    EXPECT_EQ(Snapshot(), before);
+}
+
+TEST_F(SceneFileDamage, NestingUpToAThousandLevelsOpens) {
+    // The document itself is the first level: 999 arrays below it make 1000.
+    json d = doc;
+    d["padding"] = NestedArrays(999);
+    WriteAll(damaged, d.dump());
+    std::wstring error;
+    EXPECT_TRUE(orvhost::OpenScene(damaged, error)) << CString(error).GetAsciiString();
+    d["padding"] = NestedArrays(1000);
+    WriteAll(damaged, d.dump());
+    EXPECT_FALSE(orvhost::OpenScene(damaged, error));
+    EXPECT_EQ(error, L"The scene file \"" + std::wstring(CString(damaged.c_str()).GetWideString()) +
+                         L"\" cannot be opened: it nests deeper than 1000 levels.");
+}
+
+TEST_F(SceneFileDamage, DeepButAllowedValueSurvivesSaveAndOpen) {
+    WriteAll(damaged, WithDeepAttribute(doc, NestedValueText(400)));
+    std::wstring error;
+    ASSERT_TRUE(orvhost::OpenScene(damaged, error)) << CString(error).GetAsciiString();
+    const std::string saved = Snapshot();
+    EXPECT_NE(saved.find("\"deep\""), std::string::npos);
+    ASSERT_TRUE(orvhost::OpenScene(snapshot, error)) << CString(error).GetAsciiString();
+    EXPECT_EQ(Snapshot(), saved);
+}
+
+TEST_F(SceneFileDamage, FloatBeyondItsRangeIsRefused) {
+    json d = doc;
+    d["objects"][1]["attributes"]["f"] = json::array({static_cast<int>(ovFloat), 1e300});
+    WriteAll(damaged, d.dump());
+    std::wstring error;
+    EXPECT_FALSE(orvhost::OpenScene(damaged, error));
+    EXPECT_EQ(error, L"The scene file \"" + std::wstring(CString(damaged.c_str()).GetWideString()) +
+                         L"\" cannot be opened: a value is malformed.");
+    EXPECT_EQ(Snapshot(), before);
+    d["objects"][1]["attributes"]["f"] = json::array({static_cast<int>(ovFloat), "inf"});
+    WriteAll(damaged, d.dump());
+    EXPECT_TRUE(orvhost::OpenScene(damaged, error)) << CString(error).GetAsciiString();
+}
