@@ -137,7 +137,11 @@ VerbResult RunFile(const CliOptions& opt) {
         // earlier line.
         if (!BuildArguments(l.info.name, l.info.arguments, l.arguments, args, error))
             return Say(kBadUsage, where + ": " + error);
-        const std::size_t logBefore = orvhost::LogEntries().size();
+        // The front end keeps no log record; a strict run keeps one per command, to see warnings.
+        if (opt.strict) {
+            orvhost::RecordLog(true);
+            orvhost::ClearLog();
+        }
         ORV::CValue result;
         const ORV::CStatus status = orvhost::RunCommand(l.info.name, args, result);
         PrintValue(result);
@@ -146,9 +150,9 @@ VerbResult RunFile(const CliOptions& opt) {
         anyFailed = anyFailed || failed;
         if (!opt.strict) continue;
         bool warned = false;
-        const auto& log = orvhost::LogEntries();
-        for (std::size_t i = logBefore; i < log.size(); ++i)
-            warned = warned || log[i].severity == ORV::ovWarning;
+        for (const orvhost::LogEntry& entry : orvhost::LogEntries()) warned = warned || entry.severity == ORV::ovWarning;
+        orvhost::ClearLog();
+        orvhost::RecordLog(false);
         const bool returnedFalse = result.GetType() == ORV::ovBool && !static_cast<bool>(result);
         std::string reason;
         if (failed) {
