@@ -437,17 +437,7 @@ ORV::Model AcclaimFile::createModel() {
             null.AddChild(bone.object);
             continue;
         }
-        ORV::X3DObject parentCube = bones[bone.parent].object;
-        parentCube.AddChild(bone.object);
-        Util::makeConnectionLine(parentCube, parentCube, bone.object, 438);
-        const ORV::CString fullName = bone.object.GetFullName();
-        static const wchar_t* const positions[3] = {L".kine.local.posx", L".kine.local.posy",
-                                                    L".kine.local.posz"};
-        for (const wchar_t* suffix : positions) {
-            ORV::CValueArray args;
-            args.Add(ORV::CValue(fullName + suffix));
-            app.ExecuteCommand(L"SetExpr", args, result);
-        }
+        attachReferenceCube(bones[bone.parent].object, bone.object);
     }
 
     app.ExecuteCommand(L"FrameAll", ORV::CValueArray(), result);

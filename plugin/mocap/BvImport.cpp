@@ -72,17 +72,7 @@ ORV::Model BvImport::createBvhModel(const ORV::CString& path, UpDirection up) {
         bar.Increment(1);
         BvNode& node = hierarchy.nodes[i];
         if (node.parent < 0 || node.parent >= count) continue;
-        ORV::X3DObject parentCube = hierarchy.nodes[node.parent].object;
-        parentCube.AddChild(node.object);
-        Util::makeConnectionLine(parentCube, parentCube, node.object, 438);
-        const ORV::CString fullName = node.object.GetFullName();
-        static const wchar_t* const positions[3] = {L".kine.local.posx", L".kine.local.posy",
-                                                    L".kine.local.posz"};
-        for (const wchar_t* suffix : positions) {
-            ORV::CValueArray args;
-            args.Add(ORV::CValue(fullName + suffix));
-            app.ExecuteCommand(L"SetExpr", args, result);
-        }
+        attachReferenceCube(hierarchy.nodes[node.parent].object, node.object);
     }
 
     app.ExecuteCommand(L"FrameAll", ORV::CValueArray(), result);

@@ -3,6 +3,8 @@
 #include <new>
 #include <string>
 
+#include "shell/Util.h"
+
 namespace ZUK {
 
 MocapData::~MocapData() { allocate(0); }
@@ -52,6 +54,21 @@ void MocapData::updateTransforms(int frame) {
             node.global = node.local;
         else
             node.global.Mul(node.local, nodes[node.parent].global);
+    }
+}
+
+void attachReferenceCube(ORV::X3DObject parentCube, ORV::X3DObject cube) {
+    parentCube.AddChild(cube);
+    Util::makeConnectionLine(parentCube, parentCube, cube, 438);
+    const ORV::CString fullName = cube.GetFullName();
+    static const wchar_t* const positions[3] = {L".kine.local.posx", L".kine.local.posy",
+                                                L".kine.local.posz"};
+    ORV::Application app;
+    ORV::CValue result;
+    for (const wchar_t* suffix : positions) {
+        ORV::CValueArray args;
+        args.Add(ORV::CValue(fullName + suffix));
+        app.ExecuteCommand(L"SetExpr", args, result);
     }
 }
 

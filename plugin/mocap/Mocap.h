@@ -54,4 +54,9 @@ public:
     void updateTransforms(int frame);
 };
 
+// Hangs a capture reference model's cube under its parent's cube, joined by a connection line,
+// with the expressions on its local position cleared so that the cube follows its parent.
+// Shared by the reference models of every capture reader.
+void attachReferenceCube(ORV::X3DObject parentCube, ORV::X3DObject cube);
+
 }  // namespace ZUK

@@ -188,6 +188,29 @@ long long fileSize(const ORV::CString& path) {
 
 bool plausibleCount(long long count, long long bytes) { return count >= 0 && count <= bytes; }
 
+bool plausibleCounts(int frames, int numNodes, int numPlanes, long long bytes) {
+    return plausibleCount(frames, bytes) && plausibleCount(numNodes, bytes) &&
+           plausibleCount(numPlanes, bytes) &&
+           plausibleCount(static_cast<long long>(frames) * numNodes, bytes);
+}
+
+void startMotionMap(ModelMap& map, int numNodes, int numPlanes, const ORV::CString& type, int frames,
+                    double legLength, double hipOffset) {
+    delete[] map.motion;
+    map.motion = nullptr;
+    delete[] map.keyTiming;
+    map.keyTiming = nullptr;
+    map.numKeyTiming = 0;
+    if (map.ownsStructure) delete map.structure;
+    map.structure = new ModelStructure(numNodes, numPlanes, type);
+    map.ownsStructure = true;
+    map.nodes = std::vector<NodeMap>(static_cast<size_t>(numNodes));
+    map.planes = std::vector<PlaneMap>(static_cast<size_t>(numPlanes));
+    map.numFrames = frames;
+    map.legLength = legLength;
+    map.hipOffset = hipOffset;
+}
+
 }  // namespace motionfile
 
 // ---- Small helpers --------------------------------------------------------------------------
@@ -345,28 +368,14 @@ bool ModelMap::CreateFromFile(const ORV::CString& path) {
 
     // Counts the file cannot hold would only allocate memory that nothing fills.
     const long long bytes = motionfile::fileSize(path);
-    if (!motionfile::plausibleCount(frameCount, bytes) || !motionfile::plausibleCount(numNodes, bytes) ||
-        !motionfile::plausibleCount(numPlanes, bytes) ||
-        !motionfile::plausibleCount(static_cast<long long>(frameCount) * numNodes, bytes)) {
+    if (!motionfile::plausibleCounts(frameCount, numNodes, numPlanes, bytes)) {
         app.LogMessage(L"The Trovo file announces more frames, nodes or limbs than it holds.", 8);
         app.LogMessage(L"Can't parse the Trovo file.", 4);
         return false;
     }
 
     // A map from the default constructor is expected; anything it held is dropped.
-    delete[] motion;
-    motion = nullptr;
-    delete[] keyTiming;
-    keyTiming = nullptr;
-    numKeyTiming = 0;
-    if (ownsStructure) delete structure;
-    structure = new ModelStructure(numNodes, numPlanes, type);
-    ownsStructure = true;
-    nodes = std::vector<NodeMap>(static_cast<size_t>(numNodes));
-    planes = std::vector<PlaneMap>(static_cast<size_t>(numPlanes));
-    numFrames = frameCount;
-    legLength = legs;
-    hipOffset = hips;
+    motionfile::startMotionMap(*this, numNodes, numPlanes, type, frameCount, legs, hips);
 
     for (int i = 0; i < numNodes; ++i) {
         ORV::CString validity;

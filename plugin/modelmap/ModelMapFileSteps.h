@@ -38,6 +38,12 @@ long long fileSize(const ORV::CString& path);
 // Whether a count read from a file of `bytes` bytes is one the file could hold: every counted
 // item takes at least one byte of it.
 bool plausibleCount(long long count, long long bytes);
+// Whether a file of `bytes` can hold the frames, nodes and limbs it announces.
+bool plausibleCounts(int frames, int numNodes, int numPlanes, long long bytes);
+// Makes `map` an empty motion map of the file's shape, over a structure of its own; anything
+// the map held is dropped.
+void startMotionMap(ModelMap& map, int numNodes, int numPlanes, const ORV::CString& type, int frames,
+                    double legLength, double hipOffset);
 
 }  // namespace motionfile
 }  // namespace ZUK

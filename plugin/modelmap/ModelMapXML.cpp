@@ -216,27 +216,13 @@ bool ModelMap::loadMotionFromXMLFile(const ORV::CString& path) {
 
     // Counts the file cannot hold would only allocate memory that nothing fills.
     const long long bytes = motionfile::fileSize(path);
-    if (!motionfile::plausibleCount(frameCount, bytes) || !motionfile::plausibleCount(numNodes, bytes) ||
-        !motionfile::plausibleCount(numPlanes, bytes) ||
-        !motionfile::plausibleCount(static_cast<long long>(frameCount) * numNodes, bytes)) {
+    if (!motionfile::plausibleCounts(frameCount, numNodes, numPlanes, bytes)) {
         stream.AddError(L"The file " + path + L" announces more frames, nodes or limbs than it holds.");
         return false;
     }
 
     // A map from the default constructor is expected; anything it held is dropped.
-    delete[] motion;
-    motion = nullptr;
-    delete[] keyTiming;
-    keyTiming = nullptr;
-    numKeyTiming = 0;
-    if (ownsStructure) delete structure;
-    structure = new ModelStructure(numNodes, numPlanes, type);
-    ownsStructure = true;
-    nodes = std::vector<NodeMap>(static_cast<size_t>(numNodes));
-    planes = std::vector<PlaneMap>(static_cast<size_t>(numPlanes));
-    numFrames = frameCount;
-    legLength = legs;
-    hipOffset = hips;
+    motionfile::startMotionMap(*this, numNodes, numPlanes, type, frameCount, legs, hips);
 
     xercesc::DOMElement* nodesElement = stream.FindElement(root, L"NODES");
     const int nodeChildren = stream.GetNumChildElements(nodesElement);
