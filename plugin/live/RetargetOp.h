@@ -97,6 +97,63 @@ public:
     // The frame range of the model's motion: from its blob when retargeted, else from its curves.
     static bool findFCurvesStartEnd(ORV::Model model, int& start, int& end);
 
+    // ---- Installation and playback ----------------------------------------------------------
+    // Installs the live retarget on the glue's model: adjustment property, blob, operators.
+    static void ApplyRetargetOp(GlueMap& glue, Motion& motion, int insertionFrame);
+    // Takes ownership of map and glue, and builds the cached data of the adjustments.
+    void PrepareDataForPlayback(ModelMap* map, GlueMap* glue, double time);
+    void update(double time);
+    void computeFrame(double time);
+    void computePose();
+    void applyPose();
+    // Members behind the small operators; each does nothing while notReady.
+    void ApplyGlobalOpValue(ORV::KinematicState out, int constraint);
+    void ApplyUpVectorOpValue(ORV::KinematicState out, int constraint);
+    void updateDecomp(ORV::KinematicState in, ORV::KinematicState out, int source, int decomp);
+    void updateSpine(ORV::KinematicState in, ORV::KinematicState out, int spine, int joint);
+    // Samples of the blob at a motion frame, blended towards the next frame by fraction.
+    void GetGlobalRotation(int node, int frame, ORV::MATH::CQuaternion& out, double fraction);
+    void GetGlobalTranslation(int node, int frame, ORV::MATH::CVector3& out, double fraction);
+    void GetPlaneNormal(int plane, int frame, ORV::MATH::CVector3& out, double fraction);
+    ORV::MATH::CVector3 GetInterpollatedValue(ORV::MATH::CVector3* path);
+    // True if node is ancestor, or ancestor lies on node's way to the root.
+    bool containsNode(int node, int ancestor);
+    // Nudges "Ping" so the host re-evaluates the whole operator family.
+    void UpdateEntireRig();
+    // Panel events.
+    void AjustmentParameterChanged(ORV::Parameter param, ORV::CustomProperty& property, double time);
+    void RotationOffsetParameterChanged(ORV::CustomProperty& property);
+    // Each reads the parameter at currentTime; on a difference from the cache it stores it,
+    // sets changeTime to currentTime and returns true.
+    bool CheckForParamValueChangeAndUpdateCache(ORV::CustomProperty& property, const ORV::CString& name,
+                                                bool& cache, double& changeTime);
+    bool CheckForParamValueChangeAndUpdateCache(ORV::CustomProperty& property, const ORV::CString& name,
+                                                double& cache, double& changeTime);
+    bool CheckForParamValueChangeAndUpdateCache(ORV::CustomProperty& property, const ORV::CString& name,
+                                                short axis, ORV::MATH::CVector3& cache, double& changeTime);
+    bool CheckForFootValueChange(int plane);
+    bool CheckForSpeedValueChange();
+    bool testSemiFreeGoalTangent(int index);
+    bool testSemiFreeAnchorTangent(int index);
+    bool testSemiFreeChildren(int index);
+
+    // ---- Pose adjustments, in the order computePose runs them ---------------------------------
+    void applyStride();
+    void updateStride();
+    void applyStretch();
+    void applyOffset();
+    void DampenMotion();
+    void applyClamp();
+    void updateClampKeys(int plane, double time);
+    void applyRoll();
+    void mirrorPose();
+
+    // ---- Retiming -------------------------------------------------------------------------------
+    bool setInsertionFrame(int frame);
+    bool RetimeFCurveKeys(ORV::Parameter parameter);
+    void RetimeAllFCurveKeys(double time);
+    int getEndFrame();
+
     // Motion and maps are ready; set last by the load.
     bool loaded = false;
     int warmupCount = 0;
@@ -134,5 +191,8 @@ public:
     int keyTimingCount = 0;
     std::vector<SemiFree> semiFrees;
 };
+
+// Reflects a world pose through the plane x = 0, against the reference pose it came from.
+void mirrorTransform(ORV::MATH::CTransformation& transform, int axis, ORV::MATH::CTransformation reference);
 
 }  // namespace ZUK

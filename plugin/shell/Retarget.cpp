@@ -39,17 +39,5 @@ bool SaveC3DPoseMapFile(ORV::Model c3dModel, ORV::Model esr, const ORV::CString&
     return false;
 }
 
-bool LoadTrovoFile(const ORV::CString& file, ORV::Model target, int start) {
-    app.LogMessage(L"LoadTrovoFile is not built yet", 4);
-    logPlaceholderCall(L"LoadTrovoFile", {file, target.GetRef(), start});
-    return false;
-}
-
-bool SaveTrovoFile(ORV::Model source, const ORV::CString& file, int start, int end) {
-    app.LogMessage(L"SaveTrovoFile is not built yet", 4);
-    logPlaceholderCall(L"SaveTrovoFile", {source.GetRef(), file, start, end});
-    return false;
-}
-
 }  // namespace Retarget
 }  // namespace ZUK
