@@ -193,6 +193,8 @@ public:
     // The adjustment property's "Speed", found once at load so that evaluations read it without
     // a name lookup.
     ORV::Parameter speedParameter;
+    // Set when the blob's counts promise more than it holds: said once, never loaded again.
+    bool damagedBlob = false;
 };
 
 // Reflects a world pose through the plane x = 0, against the reference pose it came from.

@@ -1192,4 +1192,50 @@ TEST_F(LivePipeline, DeletingTheMainOperatorLeavesTheSmallOnesNothingToReach) {
     EXPECT_LT((GlobalAt(live.Object(L"LeftFoot"), 25.0).GetTranslation() - rest).GetLength(), 1e-9);
 }
 
+TEST_F(LivePipeline, ADamagedBlobPlaysNothingAndSaysSo) {
+    LiveRig live;
+    Installed(live);
+    ORV::UserDataBlob blob(modelmaptest::FindProperty(live.rig.model, L"ZUKRetargetOp").GetRef());
+    ASSERT_TRUE(blob.IsValid());
+    const unsigned char* bytes = nullptr;
+    unsigned int size = 0;
+    blob.GetValue(bytes, size);
+    ASSERT_GT(size, 300u);
+    // The counts stay, the poses they promise are cut off.
+    const std::vector<unsigned char> cut(bytes, bytes + 300);
+    blob.PutValue(cut.data(), 300);
+    orvhost::ClearLog();
+    live.WarmUp(11.0);
+    const std::vector<std::wstring> said = orvhost::LogTexts(4);
+    // Said once, however often the rig is evaluated.
+    EXPECT_EQ(said, std::vector<std::wstring>{L"The motion in ZUKRetargetOp is damaged: its counts do not "
+                                              L"fit its 300 bytes. Nothing will play."});
+    EXPECT_EQ(live.Live(), nullptr);
+    const CVector3 rest = live.rig.rest[static_cast<size_t>(live.skel.find(L"LeftFoot"))];
+    EXPECT_LT((GlobalAt(live.Object(L"LeftFoot"), 11.0).GetTranslation() - rest).GetLength(), 1e-9);
+}
+
+TEST_F(LivePipeline, ABlobOfTheEarlierLayoutIsBroughtUpToDateAndPlaysTheSame) {
+    LiveRig live;
+    Installed(live);
+    ORV::UserDataBlob blob(modelmaptest::FindProperty(live.rig.model, L"ZUKRetargetOp").GetRef());
+    const unsigned char* bytes = nullptr;
+    unsigned int size = 0;
+    blob.GetValue(bytes, size);
+    ASSERT_GT(size, 256u);
+    // The earlier layout: no magic, the counts at offset 8.
+    std::vector<unsigned char> old(8, 0);
+    old.insert(old.end(), bytes + 256, bytes + size);
+    blob.PutValue(old.data(), static_cast<unsigned int>(old.size()));
+    live.WarmUp(1.0);
+    blob.GetValue(bytes, size);
+    EXPECT_EQ(size, old.size() + 248);
+    for (int f : {3, 17}) {
+        const PoseErrors e = CompareWithSource(live, 1.0 + f, f);
+        EXPECT_GT(e.positions, 5);
+        EXPECT_LT(e.rotation, 1e-5) << f;
+        EXPECT_LT(e.position, 1e-5) << f;
+    }
+}
+
 }  // namespace
