@@ -736,7 +736,7 @@ TEST_F(LivePipeline, AParameterNamingTwoGoalsIsHandledAtTheFirstPlaneThatMatches
     s.nodes[rfoot].Name = L"rfoot";
 }
 
-TEST_F(LivePipeline, UpdatingTheEntireRigNudgesPingAndTheRigIsEvaluatedAgain) {
+TEST_F(LivePipeline, UpdatingTheEntireRigAddsOneToPingEachTime) {
     LiveRig live;
     Installed(live);
     live.WarmUp(11.0);
