@@ -38,6 +38,20 @@ Lines Said(const Lines& all = e2e::LogLines()) {
     return said;
 }
 
+// The host's echo lines of a log (severity 16).
+std::vector<std::wstring> Echoes(const Lines& all) {
+    std::vector<std::wstring> echoes;
+    for (const auto& line : all)
+        if (line.second == 16) echoes.push_back(line.first);
+    return echoes;
+}
+
+// The echo of switching the command log off from on.
+std::vector<std::wstring> SwitchedOff() {
+    return {L"GetValue(\"preferences.scripting.cmdlog\")",
+            L"SetValue(\"preferences.scripting.cmdlog\", false)"};
+}
+
 // How far a target has been set up: nothing, the structure, the structure and the measured map,
 // or all of that and the glue.
 enum class Ready { None, Structure, Map, Glue };
@@ -98,6 +112,11 @@ protected:
             // The words for the user: the notes of the readers it calls (severity 8) and the host's
             // echo of the driver switching the command log (16) are not part of them.
             EXPECT_EQ(Said(log), expected) << "command log " << before;
+            // With the log on, the host echoes the commands it runs: the driver's reading and
+            // switching of the log, and nothing after it.
+            if (before) {
+                EXPECT_EQ(Echoes(log), SwitchedOff());
+            }
         }
         EXPECT_FALSE(HasProperty(target, L"ZUKRetargetOp"));
         EXPECT_FALSE(HasProperty(target, L"RetargetAdjustPPG"));
