@@ -322,6 +322,10 @@ bool AcceptsValue(const ParamItem* p, const CValue& v);
 
 // The current frame of Play Control, used for the time "now" (DBL_MAX).
 double CurrentFrame();
+// The current frame stands for the time being evaluated while an operator runs: what it reads
+// "now" is its own evaluation time, not the play head.
 double ResolveTime(double time);
+// The evaluation time of the innermost running operator; false when none runs.
+bool RunningEvaluationTime(double& time);
 
 }  // namespace orvhost

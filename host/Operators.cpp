@@ -29,6 +29,12 @@ std::vector<OperatorItem*>& RunningStack() {
     return stack;
 }
 
+// The time each running operator is evaluated at, parallel to RunningStack.
+std::vector<double>& RunningTimes() {
+    static std::vector<double> times;
+    return times;
+}
+
 // Operators whose second and later outputs point at other targets than the owning one.
 std::multimap<std::uint64_t, std::uint64_t>& ExtraOutputs() {
     static std::multimap<std::uint64_t, std::uint64_t> m;
@@ -159,6 +165,12 @@ bool HasOperatorsWriting(const Item* target) {
 
 OperatorItem* RunningOperator() { return RunningStack().empty() ? nullptr : RunningStack().back(); }
 
+bool RunningEvaluationTime(double& time) {
+    if (RunningTimes().empty()) return false;
+    time = RunningTimes().back();
+    return true;
+}
+
 void InitOperator(OperatorItem* op) {
     if (!op || op->initDone || op->scripted || !op->connected) return;
     ORVCallbackFn init = FindCallback(CallbackName(op->type, L"_Init"));
@@ -228,7 +240,9 @@ bool RunOperatorFor(OperatorItem* op, const Item* target, double time, OperatorI
             }
         }
         RunningStack().push_back(op);
+        RunningTimes().push_back(time);
         Call(op, update, time);
+        RunningTimes().pop_back();
         RunningStack().pop_back();
         op->running = false;
     }

@@ -108,7 +108,11 @@ double CurrentFrame() {
     return cur ? static_cast<double>(cur->value) : 0.0;
 }
 
-double ResolveTime(double time) { return time == ORV::ovNow ? CurrentFrame() : time; }
+double ResolveTime(double time) {
+    if (time != ORV::ovNow) return time;
+    double running = 0.0;
+    return RunningEvaluationTime(running) ? running : CurrentFrame();
+}
 
 // --- Paths ------------------------------------------------------------------------------------
 

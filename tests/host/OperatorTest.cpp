@@ -257,6 +257,17 @@ TEST_F(Op, NowIsTheCurrentFrameOfPlayControl) {
     EXPECT_EQ(Updates().back(), L"FollowOp_Update 1 at 6.5");
 }
 
+TEST_F(Op, NowInsideAnOperatorIsItsOwnEvaluationTime) {
+    Make(L"NowOp", Global(target), {Global(source)});
+    Property pc(app.GetActiveProject().GetProperties().GetItem(L"Play Control"));
+    ASSERT_EQ(pc.PutParameterValue(L"Current", CValue(2.0)), CStatus::OK);
+    // A read at frame 7 away from the play head: the operator's "now" is frame 7.
+    EXPECT_NEAR(Pos(target, 7.0).GetX(), 7.0, 1e-12);
+    EXPECT_NEAR(Global(target).GetTransform().GetPosX(), 2.0, 1e-12);
+    // Outside an operator "now" is still the play head.
+    EXPECT_NEAR(Global(source).GetTransform(ovNow).GetPosX(), 2.0, 1e-12);
+}
+
 TEST_F(Op, ScriptedOperatorIsKeptAndNotRun) {
     CustomOperator op(app.GetFactory().CreateScriptedOp(L"ConnectionLine", L"function x(){}", L"JScript"));
     ASSERT_TRUE(op.IsValid());

@@ -5,6 +5,7 @@
 //   ShiftOp   writes input 0's pose moved up by input 1 (a parameter; 1 without it);
 //   SelfOp    reads its own output and writes it moved by 1 along Z;
 //   IdleOp    writes nothing;
+//   NowOp     as FollowOp, reading input 0 at "now";
 //   BlobOp    on its first update reads three doubles from input 0 (a blob) and keeps them;
 //             then writes the translation blob * input 1 (a grid parameter's cell 0, 0) plus
 //             0.5 * time along Y, and the rotation of input 2 (a kinematic state), if any.
@@ -71,6 +72,7 @@ OP_EXPORT CStatus ORVLoadPlugin(PluginRegistrar& reg) {
     reg.RegisterOperator(L"SelfOp");
     reg.RegisterOperator(L"IdleOp");
     reg.RegisterOperator(L"BlobOp");
+    reg.RegisterOperator(L"NowOp");
     return CStatus::OK;
 }
 
@@ -84,6 +86,18 @@ OP_EXPORT CStatus FollowOp_Update(CRef& ref) {
     KinematicState in(static_cast<CRef>(ctx.GetInputValue(0)));
     const double t = ctx.GetTime();
     Output(ctx).PutTransform(in.GetTransform(t), t);
+    return CStatus::OK;
+}
+
+// --- NowOp: as FollowOp, but reads its input at "now"
+
+OP_EXPORT CStatus NowOp_Init(CRef& ref) { return Init(ref, L"NowOp"); }
+OP_EXPORT CStatus NowOp_Term(CRef& ref) { return Term(ref, L"NowOp"); }
+OP_EXPORT CStatus NowOp_Update(CRef& ref) {
+    OperatorContext ctx(ref);
+    if (!Count(ctx, L"NowOp")) return CStatus::OK;
+    KinematicState in(static_cast<CRef>(ctx.GetInputValue(0)));
+    Output(ctx).PutTransform(in.GetTransform(ovNow), ctx.GetTime());
     return CStatus::OK;
 }
 
