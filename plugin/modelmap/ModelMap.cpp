@@ -196,6 +196,9 @@ void ModelMap::FindTags() {
 
         for (long t = 0; t < decomp.targets.GetCount(); ++t) {
             const ORV::CString& target = decomp.targets[t];
+            // A channel that no object takes is stored empty; it must not pair with every
+            // object whose override is empty.
+            if (target.IsEmpty()) continue;
             for (long k = 0; k < objects.GetCount(); ++k) {
                 ORV::X3DObject object(objects[k]);
                 ORV::Property tag;

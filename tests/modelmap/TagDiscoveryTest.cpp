@@ -278,6 +278,23 @@ TEST_F(MapTest, DecompositionTakesTheObjectsOfItsTargetsWithTheirChannels) {
     EXPECT_EQ(Messages(8), trace);
 }
 
+TEST_F(MapTest, EmptyDecompositionChannelPairsWithNoObject) {
+    MiniRig rig = BuildMiniRig();
+    rig.TagAll();
+    ORV::Null twist = AddNullAt(rig.lforearm, L"twistObj", CVector3(50, 140, 0));
+    AddTag(twist, L"ltwist");
+    auto s = LoadStructure();
+    ASSERT_FALSE(s->decomps.empty());
+    // A structure read back from a model stores its unused channels as empty targets; every
+    // tagged object has an empty override, so an empty target must not take any of them.
+    s->decomps[0].targets.Add(L"");
+    ModelMap map(rig.model, s.get());
+    const std::vector<ZUK::DecompMap>& decomps = map.nodes[7].decomps;
+    ASSERT_EQ(decomps.size(), 1u);
+    EXPECT_TRUE(decomps[0].object == twist);
+    for (const ZUK::DecompMap& entry : decomps) EXPECT_FALSE(entry.tagName.IsEmpty());
+}
+
 TEST_F(MapTest, DecompositionWhoseSourceNamesNoNodeLogsOneLinePerNodeAndAddsNothing) {
     MiniRig rig = BuildMiniRig();
     rig.TagAll();
