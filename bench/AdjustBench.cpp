@@ -36,7 +36,8 @@ void BM_PlaybackWithoutAdjustments(benchmark::State& state) {
         benchmark::DoNotOptimize(w.node(LFOOT).global);
         time = Advance(time, w);
     }
-    state.counters["evals/s"] = benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["evals/s"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_PlaybackWithoutAdjustments);
 
@@ -49,7 +50,8 @@ void BM_PlaybackDefaults(benchmark::State& state) {
         benchmark::DoNotOptimize(w.node(LFOOT).global);
         time = Advance(time, w);
     }
-    state.counters["evals/s"] = benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["evals/s"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_PlaybackDefaults);
 
@@ -79,7 +81,8 @@ void BM_PlaybackAllAdjustments(benchmark::State& state) {
         benchmark::DoNotOptimize(w.node(LFOOT).global);
         time = Advance(time, w);
     }
-    state.counters["evals/s"] = benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["evals/s"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_PlaybackAllAdjustments);
 

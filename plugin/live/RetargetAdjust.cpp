@@ -69,7 +69,8 @@ bool stillBound(const AdjustParameters& cache, const RetargetOp& op) {
     if (cache.offsets.size() != mocaps.size()) return false;
     for (size_t c = 0; c < mocaps.size(); ++c) {
         if (cache.offsets[c].has != mocaps[c].hasRotationOffsetProperty) return false;
-        if (cache.offsets[c].has && !(cache.offsets[c].property == mocaps[c].rotationOffsetProperty)) return false;
+        if (cache.offsets[c].has && !(cache.offsets[c].property == mocaps[c].rotationOffsetProperty))
+            return false;
     }
     return true;
 }
@@ -137,8 +138,8 @@ void turnInOwnAxes(CTransformation& global, const DrvQuaternion& offset) {
     DrvTransform turn;
     turn.rotation = offset;
     current.Multiply(current, turn);
-    const CRotation rotation(ORV::MATH::CQuaternion(current.rotation.w, current.rotation.x, current.rotation.y,
-                                                    current.rotation.z));
+    const CRotation rotation(ORV::MATH::CQuaternion(current.rotation.w, current.rotation.x,
+                                                    current.rotation.y, current.rotation.z));
     const CVector3 angles = rotation.GetXYZAngles();
     global.SetRotationFromXYZAnglesValues(angles.x, angles.y, angles.z);
 }
@@ -286,7 +287,8 @@ void RetargetOp::applyStride() {
         }
         // The anchor comes earlier in node order, so it is placed already.
         CVector3 target = GetInterpollatedValue(footPaths[p]);
-        const CVector3& anchor = nodes[static_cast<size_t>(structure.planes[p].AnchorIndex)].global.GetTranslation();
+        const CVector3& anchor =
+            nodes[static_cast<size_t>(structure.planes[p].AnchorIndex)].global.GetTranslation();
         const CVector3 d = target - anchor;
         const double length = d.GetLength();
         NodeMap& goal = nodes[static_cast<size_t>(n)];
@@ -362,13 +364,15 @@ void RetargetOp::applyOffset() {
         const AdjustParameters::Semi& semiHandles = handles.semis[i];
         const int n = semi.node;
         NodeMap& node = nodes[static_cast<size_t>(n)];
-        semi.offset.Set(readDouble(semiHandles.offset[0], currentTime), readDouble(semiHandles.offset[1], currentTime),
+        semi.offset.Set(readDouble(semiHandles.offset[0], currentTime),
+                        readDouble(semiHandles.offset[1], currentTime),
                         readDouble(semiHandles.offset[2], currentTime));
         node.global.SetTranslation(node.global.GetTranslation() + semi.offset);
         turnInOwnAxes(node.global, rotationFromDegrees(semiHandles.rotation, currentTime));
         const int parent = structure.nodes[n].Parent;
         if (parent >= 0)
-            node.local = ORV::MATH::MapWorldPoseToObjectSpace(nodes[static_cast<size_t>(parent)].global, node.global);
+            node.local =
+                ORV::MATH::MapWorldPoseToObjectSpace(nodes[static_cast<size_t>(parent)].global, node.global);
         for (int c = n + 1; c < structure.numNodes; ++c) {
             if (!containsNode(c, n)) continue;
             if (!semi.offsetChildren && planeOfGoal(structure, c) >= 0) continue;
@@ -397,11 +401,14 @@ void RetargetOp::applyOffset() {
         if (parent < 0) continue;
         NodeMap& node = nodes[static_cast<size_t>(n)];
         const CTransformation& parentGlobal = nodes[static_cast<size_t>(parent)].global;
-        if (planeOfGoal(structure, n) >= 0) node.local = ORV::MATH::MapWorldPoseToObjectSpace(parentGlobal, node.global);
+        if (planeOfGoal(structure, n) >= 0)
+            node.local = ORV::MATH::MapWorldPoseToObjectSpace(parentGlobal, node.global);
         node.global.Mul(node.local, parentGlobal);
         const int c = node.constraintIndex;
-        if (c > 0 && c < static_cast<int>(mocaps.size()) && mocaps[static_cast<size_t>(c)].hasRotationOffsetProperty)
-            turnInOwnAxes(node.global, rotationFromDegrees(handles.offsets[static_cast<size_t>(c)].rotation, currentTime));
+        if (c > 0 && c < static_cast<int>(mocaps.size()) &&
+            mocaps[static_cast<size_t>(c)].hasRotationOffsetProperty)
+            turnInOwnAxes(node.global,
+                          rotationFromDegrees(handles.offsets[static_cast<size_t>(c)].rotation, currentTime));
     }
 }
 
@@ -413,24 +420,27 @@ void RetargetOp::DampenMotion() {
     for (int n = 0; n < structure.numNodes; ++n) {
         NodeMap& node = nodes[static_cast<size_t>(n)];
         const int c = node.constraintIndex;
-        if (c < 0 || c >= static_cast<int>(mocaps.size()) || !mocaps[static_cast<size_t>(c)].hasRotationOffsetProperty)
+        if (c < 0 || c >= static_cast<int>(mocaps.size()) ||
+            !mocaps[static_cast<size_t>(c)].hasRotationOffsetProperty)
             continue;
         // 1-2. How far back to the rest pose, and the pose relative to the parent.
         const double reduce = readDouble(handles.offsets[static_cast<size_t>(c)].reduce, currentTime);
         const int parent = structure.nodes[n].Parent;
-        const CTransformation* parentGlobal = parent >= 0 ? &nodes[static_cast<size_t>(parent)].global : nullptr;
+        const CTransformation* parentGlobal =
+            parent >= 0 ? &nodes[static_cast<size_t>(parent)].global : nullptr;
         const CTransformation current =
             parentGlobal ? ORV::MATH::MapWorldPoseToObjectSpace(*parentGlobal, node.global) : node.global;
 
         // 3. The tag-time orientation, relative to the parent's.
         CTransformation rest;
-        rest.SetRotation(Util::BuildRotationBetweenTwoAxisPairs(node.align, node.roll, structure.nodes[n].align,
-                                                                structure.nodes[n].roll));
+        rest.SetRotation(Util::BuildRotationBetweenTwoAxisPairs(
+            node.align, node.roll, structure.nodes[n].align, structure.nodes[n].roll));
         if (parentGlobal) {
             const NodeMap& parentNode = nodes[static_cast<size_t>(parent)];
             CTransformation parentRest;
-            parentRest.SetRotation(Util::BuildRotationBetweenTwoAxisPairs(
-                parentNode.align, parentNode.roll, structure.nodes[parent].align, structure.nodes[parent].roll));
+            parentRest.SetRotation(Util::BuildRotationBetweenTwoAxisPairs(parentNode.align, parentNode.roll,
+                                                                          structure.nodes[parent].align,
+                                                                          structure.nodes[parent].roll));
             rest = ORV::MATH::MapWorldPoseToObjectSpace(parentRest, rest);
         }
 
@@ -445,7 +455,8 @@ void RetargetOp::DampenMotion() {
             const int kParent = structure.nodes[k].Parent;
             if (kParent < 0 || !containsNode(k, n)) continue;
             NodeMap& child = nodes[static_cast<size_t>(k)];
-            child.local = ORV::MATH::MapWorldPoseToObjectSpace(nodes[static_cast<size_t>(kParent)].global, child.global);
+            child.local = ORV::MATH::MapWorldPoseToObjectSpace(nodes[static_cast<size_t>(kParent)].global,
+                                                               child.global);
         }
 
         // 6. The new rotation, under the parent's.
@@ -460,7 +471,9 @@ void RetargetOp::DampenMotion() {
 }
 
 void RetargetOp::updateClampKeys(int plane, double time) {
-    if (!clampKeys || !modelMap || !modelMap->structure || plane < 0 || plane >= modelMap->structure->numPlanes) return;
+    if (!clampKeys || !modelMap || !modelMap->structure || plane < 0 ||
+        plane >= modelMap->structure->numPlanes)
+        return;
     const ModelStructure& structure = *modelMap->structure;
     std::vector<ClampItem>& items = clampKeys[plane];
     items.clear();
@@ -516,8 +529,8 @@ void RetargetOp::updateClampKeys(int plane, double time) {
                     const int node = constraint.nodeIndex;
                     if (node >= 0 && node < structure.numNodes) {
                         item.node = node;
-                        item.position =
-                            ORV::MATH::MapWorldPositionToObjectSpace(modelMap->nodes[static_cast<size_t>(node)].global, world);
+                        item.position = ORV::MATH::MapWorldPositionToObjectSpace(
+                            modelMap->nodes[static_cast<size_t>(node)].global, world);
                     }
                     break;
                 }
@@ -545,7 +558,8 @@ void RetargetOp::applyClamp() {
                 if (k + 1 < count && items[k + 1].frame <= currentFrame) continue;
                 goal.global.SetTranslation(holdPosition(item, nodes));
                 stopped = true;
-            } else if (item.blendBack >= 0 && item.frame <= currentFrame && currentFrame < item.frame + item.blendBack) {
+            } else if (item.blendBack >= 0 && item.frame <= currentFrame &&
+                       currentFrame < item.frame + item.blendBack) {
                 // Release: blend from the last hold back to the motion computed so far.
                 stopped = true;
                 for (size_t b = k; b-- > 0;) {
@@ -566,7 +580,8 @@ void RetargetOp::applyRoll() {
     const ModelStructure& structure = *modelMap->structure;
     AdjustParameters& handles = parameters(*this);
     for (int p = 0; p < structure.numPlanes; ++p) {
-        modelMap->planes[static_cast<size_t>(p)].roll = readDouble(handles.planes[static_cast<size_t>(p)].roll, currentTime);
+        modelMap->planes[static_cast<size_t>(p)].roll =
+            readDouble(handles.planes[static_cast<size_t>(p)].roll, currentTime);
         if (modelMap->nodes[static_cast<size_t>(structure.planes[p].Span)].constraintIndex > 0)
             modelMap->rollKinematicChain(p);
     }

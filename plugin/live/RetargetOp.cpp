@@ -338,7 +338,8 @@ bool RetargetOp::findFCurvesStartEnd(ORV::Model model, int& start, int& end) {
         } else {
             const uint64_t nodes = readAt<uint32_t>(bytes, FRAMES_OFFSET + 4);
             const uint64_t planes = readAt<uint32_t>(bytes, FRAMES_OFFSET + 8);
-            const uint64_t version = POSES_OFFSET + frames * (POSE_BYTES * nodes + NORMAL_BYTES * planes) + 4 * nodes;
+            const uint64_t version =
+                POSES_OFFSET + frames * (POSE_BYTES * nodes + NORMAL_BYTES * planes) + 4 * nodes;
             start = readAt<double>(bytes, version) >= 1.3 ? readAt<int32_t>(bytes, version + 8) : 0;
         }
         end = start + static_cast<int>(frames);

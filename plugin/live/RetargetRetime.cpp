@@ -50,7 +50,8 @@ bool RetargetOp::setInsertionFrame(int frame) {
     if (blob.IsValid()) blob.GetValue(bytes, size);
     const uint64_t at = versionOffset(bytes, size);
     // Only into the blob this operator plays from.
-    if (at != 0 && reinterpret_cast<double*>(bytes + POSES_OFFSET) == poses && readAt<double>(bytes, at) >= 1.3) {
+    if (at != 0 && reinterpret_cast<double*>(bytes + POSES_OFFSET) == poses &&
+        readAt<double>(bytes, at) >= 1.3) {
         const int32_t stored = frame;
         std::memcpy(bytes + at + 8, &stored, sizeof stored);
     }

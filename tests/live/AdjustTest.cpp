@@ -28,7 +28,9 @@ void ExpectSamePose(const CTransformation& actual, const CTransformation& expect
     EXPECT_LT(RotationDistance(actual.GetRotation(), expected.GetRotation()), ANGLE_TOLERANCE) << what;
 }
 
-std::string Where(int frame, int node) { return "frame " + std::to_string(frame) + " node " + std::to_string(node); }
+std::string Where(int frame, int node) {
+    return "frame " + std::to_string(frame) + " node " + std::to_string(node);
+}
 
 // The walker moves a unit per frame, so a held foot soon leaves its reach; long legs keep the
 // hold from being pulled back where reach is not what a test is about.
@@ -53,13 +55,15 @@ TEST(PoseAdjustments, DefaultParametersLeaveThePlayedPoseUnchangedAtEveryFrame) 
             w.play(f, fraction);
             const std::vector<CTransformation> played = w.globals();
             std::vector<CVector3> normals;
-            for (int p = 0; p < PLANES; ++p) normals.push_back(w.op->modelMap->planes[static_cast<size_t>(p)].normal);
+            for (int p = 0; p < PLANES; ++p)
+                normals.push_back(w.op->modelMap->planes[static_cast<size_t>(p)].normal);
             w.adjust(f, fraction);
             w.op->applyRoll();
-            for (int n = 0; n < NODES; ++n) ExpectSamePose(w.node(n).global, played[static_cast<size_t>(n)], Where(f, n));
+            for (int n = 0; n < NODES; ++n)
+                ExpectSamePose(w.node(n).global, played[static_cast<size_t>(n)], Where(f, n));
             for (int p = 0; p < PLANES; ++p)
-                ExpectNear(w.op->modelMap->planes[static_cast<size_t>(p)].normal, normals[static_cast<size_t>(p)], 1e-12,
-                           "normal");
+                ExpectNear(w.op->modelMap->planes[static_cast<size_t>(p)].normal,
+                           normals[static_cast<size_t>(p)], 1e-12, "normal");
         }
     }
 }
@@ -72,7 +76,8 @@ TEST(PoseAdjustments, StrideOneWithScaleAtBaseScaleReproducesTheMotion) {
         w.play(f, 0.5 * (f % 2) * (f + 1 < w.walk.frames));
         const std::vector<CTransformation> played = w.globals();
         w.op->applyStride();
-        for (int n = 0; n < NODES; ++n) ExpectSamePose(w.node(n).global, played[static_cast<size_t>(n)], Where(f, n));
+        for (int n = 0; n < NODES; ++n)
+            ExpectSamePose(w.node(n).global, played[static_cast<size_t>(n)], Where(f, n));
     }
 }
 
@@ -97,8 +102,8 @@ TEST(PoseAdjustments, StrideLengthensTravelAlongTheDirectionAndKeepsTheSidewaysP
         ExpectNear(w.position(COG), expectedCog, POSITION_TOLERANCE, Where(f, COG));
         // A foot's place relative to the hips stretches with the stride; the hand's does not.
         const CVector3 foot = Played(w, LFOOT, f) - Played(w, COG, f);
-        ExpectNear(w.position(LFOOT), expectedCog + foot - along(foot) + along(foot) * 1.5, POSITION_TOLERANCE,
-                   Where(f, LFOOT));
+        ExpectNear(w.position(LFOOT), expectedCog + foot - along(foot) + along(foot) * 1.5,
+                   POSITION_TOLERANCE, Where(f, LFOOT));
         const CVector3 hand = Played(w, LHAND, f) - Played(w, COG, f);
         ExpectNear(w.position(LHAND), expectedCog + hand, POSITION_TOLERANCE, Where(f, LHAND));
     }
@@ -168,7 +173,8 @@ TEST(PoseAdjustments, StretchScalesTheGoalFromItsAnchor) {
     EXPECT_DOUBLE_EQ(w.op->modelMap->planes[LARM].stretch, 0.5);
     // The goal's local pose is relative to its anchor.
     const CTransformation local = w.node(LHAND).local;
-    const CTransformation expected = ORV::MATH::MapWorldPoseToObjectSpace(w.node(LSHOULDER).global, w.node(LHAND).global);
+    const CTransformation expected =
+        ORV::MATH::MapWorldPoseToObjectSpace(w.node(LSHOULDER).global, w.node(LHAND).global);
     ExpectSamePose(local, expected, "local");
 }
 
@@ -204,9 +210,12 @@ TEST(PoseAdjustments, HipOffsetWithFeetOffsetOffMovesTheBodyKeepsTheFeetAndIKBen
         w.op->modelMap->solveIK();
         for (int thigh : {LTHIGH, RTHIGH}) {
             // The shin reaches the foot again, and the knee angle closes.
-            const CVector3 hip = w.position(thigh), solvedKnee = w.position(thigh + 1), foot = w.position(thigh + 2);
-            EXPECT_NEAR((solvedKnee - hip).GetLength(), Walk::Offset(thigh + 1).GetLength(), 1e-9) << Where(f, thigh);
-            EXPECT_NEAR((foot - solvedKnee).GetLength(), Walk::Offset(thigh + 2).GetLength(), 1e-9) << Where(f, thigh);
+            const CVector3 hip = w.position(thigh), solvedKnee = w.position(thigh + 1),
+                           foot = w.position(thigh + 2);
+            EXPECT_NEAR((solvedKnee - hip).GetLength(), Walk::Offset(thigh + 1).GetLength(), 1e-9)
+                << Where(f, thigh);
+            EXPECT_NEAR((foot - solvedKnee).GetLength(), Walk::Offset(thigh + 2).GetLength(), 1e-9)
+                << Where(f, thigh);
             const CVector3 playedHip = Played(w, thigh, f), playedKnee = Played(w, thigh + 1, f);
             const double before = (playedHip - playedKnee).GetAngle(Played(w, thigh + 2, f) - playedKnee);
             const double after = (hip - solvedKnee).GetAngle(foot - solvedKnee);
@@ -222,7 +231,8 @@ TEST(PoseAdjustments, HipOffsetWithFeetOffsetOnMovesTheFeetToo) {
     const CVector3 shift(0.5, -5.0, 0.0);
     for (int f = 0; f < w.walk.frames; ++f) {
         w.adjust(f);
-        for (int n : {COG, LFOOT, RFOOT, LHAND, LSHIN}) ExpectNear(w.position(n), Played(w, n, f) + shift, POSITION_TOLERANCE, Where(f, n));
+        for (int n : {COG, LFOOT, RFOOT, LHAND, LSHIN})
+            ExpectNear(w.position(n), Played(w, n, f) + shift, POSITION_TOLERANCE, Where(f, n));
     }
 }
 
@@ -231,7 +241,8 @@ TEST(PoseAdjustments, GoalOffsetHasNoReachLimit) {
     w.parameter(L"lfootX").PutValue(100.0);
     w.parameter(L"lfootZ").PutValue(-2.0);
     w.adjust(4);
-    ExpectNear(w.position(LFOOT), Played(w, LFOOT, 4) + CVector3(100.0, 0.0, -2.0), POSITION_TOLERANCE, "foot");
+    ExpectNear(w.position(LFOOT), Played(w, LFOOT, 4) + CVector3(100.0, 0.0, -2.0), POSITION_TOLERANCE,
+               "foot");
     EXPECT_GT((w.position(LFOOT) - w.position(LTHIGH)).GetLength(), Walk::Length(LFOOT) + 50.0);
 }
 
@@ -242,7 +253,8 @@ TEST(PoseAdjustments, RootRotationOffsetTurnsTheRootAboutTheWorldOriginAndTheLim
     for (int f : {0, 6, 20}) {
         w.play(f);
         std::vector<CVector3> normals;
-        for (int p = 0; p < PLANES; ++p) normals.push_back(w.op->modelMap->planes[static_cast<size_t>(p)].normal);
+        for (int p = 0; p < PLANES; ++p)
+            normals.push_back(w.op->modelMap->planes[static_cast<size_t>(p)].normal);
         w.adjust(f);
         const std::vector<CTransformation> g = w.walk.Globals(f);
         const CTransformation root = Mul(g[COG], Pose(CVector3(), turn));
@@ -278,7 +290,8 @@ TEST(PoseAdjustments, SemiFreeOffsetMovesTheNodeAndCarriesItsChildren) {
     ExpectSamePose(w.node(SPINE).global, spine, "spine");
     ExpectNear(w.op->semiFrees[0].offset, CVector3(0.0, 1.0, 0.0), 0.0, "cached offset");
     for (int n : {LSHOULDER, LHAND}) {
-        const CTransformation local = ORV::MATH::MapWorldPoseToObjectSpace(g[SPINE], g[static_cast<size_t>(n)]);
+        const CTransformation local =
+            ORV::MATH::MapWorldPoseToObjectSpace(g[SPINE], g[static_cast<size_t>(n)]);
         ExpectSamePose(w.node(n).global, Mul(local, spine), Where(3, n));
     }
     // The legs hang from the root, which did not move.
@@ -290,7 +303,8 @@ TEST(PoseAdjustments, SemiFreeOffsetLeavesLimbEndsWhenItsChildrenAreNotOffset) {
     w.op->semiFrees[0].offsetChildren = false;
     w.parameter(L"spineY").PutValue(1.0);
     w.adjust(3);
-    ExpectNear(w.position(LSHOULDER), Played(w, LSHOULDER, 3) + CVector3(0.0, 1.0, 0.0), POSITION_TOLERANCE, "shoulder");
+    ExpectNear(w.position(LSHOULDER), Played(w, LSHOULDER, 3) + CVector3(0.0, 1.0, 0.0), POSITION_TOLERANCE,
+               "shoulder");
     ExpectNear(w.position(LHAND), Played(w, LHAND, 3), POSITION_TOLERANCE, "hand");
 }
 
@@ -305,7 +319,8 @@ TEST(PoseAdjustments, ReduceOneGivesTheTagTimeOrientationRelativeToTheParent) {
     for (int f : {4, 11, 17}) {
         w.adjust(f);
         const std::vector<CTransformation> g = w.walk.Globals(f);
-        const CTransformation local = ORV::MATH::MapWorldPoseToObjectSpace(w.node(COG).global, w.node(SPINE).global);
+        const CTransformation local =
+            ORV::MATH::MapWorldPoseToObjectSpace(w.node(COG).global, w.node(SPINE).global);
         EXPECT_LT(RotationDistance(local.GetRotation(), restLocal.GetRotation()), ANGLE_TOLERANCE) << f;
         ExpectNear(w.position(SPINE), Played(w, SPINE, f), POSITION_TOLERANCE, Where(f, SPINE));
         // The frame's own spine bend differs from the rest pose, so the reduction did something.
@@ -318,6 +333,21 @@ TEST(PoseAdjustments, ReduceOneGivesTheTagTimeOrientationRelativeToTheParent) {
     }
 }
 
+TEST(PoseAdjustments, ReduceKeepsTheOffsetsOfTheNodesBelow) {
+    Walker w;
+    // The hand's own rotation offset turns it before the spine is reduced; the hand keeps that
+    // turn relative to its parent.
+    w.addRotationOffset(SPINE, 0.0, 0.0, 0.0, 1.0);
+    w.addRotationOffset(LHAND, 0.0, 0.0, 45.0, 0.0);
+    w.adjust(9);
+    const std::vector<CTransformation> g = w.walk.Globals(9);
+    const CTransformation turned = Mul(Pose(CVector3(), CRotation(0.0, 0.0, 45.0 * DEG)), g[LHAND]);
+    const CTransformation expected = ORV::MATH::MapWorldPoseToObjectSpace(g[LSHOULDER], turned);
+    const CTransformation local =
+        ORV::MATH::MapWorldPoseToObjectSpace(w.node(LSHOULDER).global, w.node(LHAND).global);
+    ExpectSamePose(local, expected, "hand under its shoulder");
+}
+
 TEST(PoseAdjustments, ReduceHalfTurnsHalfwayToTheRestOrientation) {
     Walker w;
     w.addRotationOffset(SPINE, 0.0, 0.0, 0.0, 0.5);
@@ -326,7 +356,8 @@ TEST(PoseAdjustments, ReduceHalfTurnsHalfwayToTheRestOrientation) {
     w.adjust(8);
     const std::vector<CTransformation> g = w.walk.Globals(8);
     const CRotation played = ORV::MATH::MapWorldPoseToObjectSpace(g[COG], g[SPINE]).GetRotation();
-    const CRotation local = ORV::MATH::MapWorldPoseToObjectSpace(w.node(COG).global, w.node(SPINE).global).GetRotation();
+    const CRotation local =
+        ORV::MATH::MapWorldPoseToObjectSpace(w.node(COG).global, w.node(SPINE).global).GetRotation();
     const double whole = RotationDistance(played, restLocal);
     EXPECT_NEAR(RotationDistance(played, local), 0.5 * whole, 1e-6);
     EXPECT_NEAR(RotationDistance(local, restLocal), 0.5 * whole, 1e-6);
@@ -433,7 +464,8 @@ TEST(PoseAdjustments, ClampOnOffOnLeavesTheFootFreeBetweenTheBlendWindowAndTheNe
         ExpectNear(w.position(LFOOT), Played(w, LFOOT, 2), POSITION_TOLERANCE, Where(f, LFOOT));
     }
     w.adjust(7);
-    ExpectNear(w.position(LFOOT), (Played(w, LFOOT, 2) + Played(w, LFOOT, 7)) * 0.5, POSITION_TOLERANCE, "blend");
+    ExpectNear(w.position(LFOOT), (Played(w, LFOOT, 2) + Played(w, LFOOT, 7)) * 0.5, POSITION_TOLERANCE,
+               "blend");
     for (int f = 8; f <= 11; ++f) {
         w.adjust(f);
         ExpectNear(w.position(LFOOT), Played(w, LFOOT, f), POSITION_TOLERANCE, Where(f, LFOOT));
@@ -454,7 +486,8 @@ TEST(PoseAdjustments, FrameSelectionHoldsTheFootRelativeToThatNode) {
     ASSERT_EQ(w.op->clampKeys[LLEG].size(), 2u);
     EXPECT_EQ(w.op->clampKeys[LLEG][0].referenceFrame, 1);
     EXPECT_EQ(w.op->clampKeys[LLEG][0].node, COG);
-    const CVector3 local = ORV::MATH::MapWorldPositionToObjectSpace(w.walk.Globals(5)[COG], Played(w, LFOOT, 5));
+    const CVector3 local =
+        ORV::MATH::MapWorldPositionToObjectSpace(w.walk.Globals(5)[COG], Played(w, LFOOT, 5));
     for (int f : {5, 8, 12}) {
         w.adjust(f);
         const CVector3 expected = ORV::MATH::MapObjectPositionToWorldSpace(w.walk.Globals(f)[COG], local);
@@ -497,7 +530,8 @@ TEST(PoseAdjustments, ClampKeyPastTheClipHoldsThePoseAtItsEnd) {
     w.op->updateClampKeys(LLEG, 0.0);
     ASSERT_EQ(w.op->clampKeys[LLEG].size(), 2u);
     EXPECT_EQ(w.op->clampKeys[LLEG][1].frame, 40);
-    ExpectNear(w.op->clampKeys[LLEG][1].position, Played(w, LFOOT, w.walk.frames - 1), POSITION_TOLERANCE, "end");
+    ExpectNear(w.op->clampKeys[LLEG][1].position, Played(w, LFOOT, w.walk.frames - 1), POSITION_TOLERANCE,
+               "end");
 }
 
 // ---- Roll -------------------------------------------------------------------------------------

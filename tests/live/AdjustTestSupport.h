@@ -73,41 +73,72 @@ struct Walk {
     // Local offsets of each node from its physical parent.
     static CVector3 Offset(int n) {
         switch (n) {
-            case SPINE: return CVector3(0.0, 2.0, 0.0);
-            case LTHIGH: return CVector3(1.0, -1.0, 0.0);
-            case RTHIGH: return CVector3(-1.0, -1.0, 0.0);
-            case LSHIN: case RSHIN: return CVector3(0.0, -4.0, 0.8);
-            case LFOOT: case RFOOT: return CVector3(0.0, -4.0, -0.8);
-            case LSHOULDER: return CVector3(1.5, 3.0, 0.0);
-            case LELBOW: return CVector3(0.0, -3.0, 0.3);
-            case LHAND: return CVector3(0.0, -3.0, 0.4);
-            default: return CVector3();
+            case SPINE:
+                return CVector3(0.0, 2.0, 0.0);
+            case LTHIGH:
+                return CVector3(1.0, -1.0, 0.0);
+            case RTHIGH:
+                return CVector3(-1.0, -1.0, 0.0);
+            case LSHIN:
+            case RSHIN:
+                return CVector3(0.0, -4.0, 0.8);
+            case LFOOT:
+            case RFOOT:
+                return CVector3(0.0, -4.0, -0.8);
+            case LSHOULDER:
+                return CVector3(1.5, 3.0, 0.0);
+            case LELBOW:
+                return CVector3(0.0, -3.0, 0.3);
+            case LHAND:
+                return CVector3(0.0, -3.0, 0.4);
+            default:
+                return CVector3();
         }
     }
     // The node that the offset hangs from: limb ends hang from their middle joint.
     static int Physical(int n) {
         switch (n) {
-            case SPINE: case LTHIGH: case RTHIGH: return COG;
-            case LSHIN: return LTHIGH;
-            case RSHIN: return RTHIGH;
-            case LFOOT: return LSHIN;
-            case RFOOT: return RSHIN;
-            case LSHOULDER: return SPINE;
-            case LELBOW: return LSHOULDER;
-            case LHAND: return LELBOW;
-            default: return -1;
+            case SPINE:
+            case LTHIGH:
+            case RTHIGH:
+                return COG;
+            case LSHIN:
+                return LTHIGH;
+            case RSHIN:
+                return RTHIGH;
+            case LFOOT:
+                return LSHIN;
+            case RFOOT:
+                return RSHIN;
+            case LSHOULDER:
+                return SPINE;
+            case LELBOW:
+                return LSHOULDER;
+            case LHAND:
+                return LELBOW;
+            default:
+                return -1;
         }
     }
     CRotation LocalRotation(int n, double f) const {
         switch (n) {
-            case COG: return CRotation(0.0, heading * f, 0.0);
-            case SPINE: return CRotation(0.05 * std::sin(f), 0.0, 0.1);
-            case LTHIGH: return CRotation(0.3 * std::sin(0.5 * f), 0.0, 0.0);
-            case RTHIGH: return CRotation(-0.3 * std::sin(0.5 * f), 0.0, 0.0);
-            case LSHIN: case RSHIN: return CRotation(0.1 + 0.05 * std::cos(f), 0.0, 0.0);
-            case LSHOULDER: return CRotation(0.2, 0.1, 0.3 * std::sin(0.3 * f));
-            case LELBOW: return CRotation(0.2, 0.0, 0.0);
-            default: return CRotation();
+            case COG:
+                return CRotation(0.0, heading * f, 0.0);
+            case SPINE:
+                return CRotation(0.05 * std::sin(f), 0.0, 0.1);
+            case LTHIGH:
+                return CRotation(0.3 * std::sin(0.5 * f), 0.0, 0.0);
+            case RTHIGH:
+                return CRotation(-0.3 * std::sin(0.5 * f), 0.0, 0.0);
+            case LSHIN:
+            case RSHIN:
+                return CRotation(0.1 + 0.05 * std::cos(f), 0.0, 0.0);
+            case LSHOULDER:
+                return CRotation(0.2, 0.1, 0.3 * std::sin(0.3 * f));
+            case LELBOW:
+                return CRotation(0.2, 0.0, 0.0);
+            default:
+                return CRotation();
         }
     }
     CVector3 RootTranslation(double f) const {
@@ -121,7 +152,8 @@ struct Walk {
     }
     // Length of a bone, and the path length of a limb end.
     static double Length(int n) {
-        if (n == LFOOT || n == RFOOT || n == LHAND) return Offset(n).GetLength() + Offset(Physical(n)).GetLength();
+        if (n == LFOOT || n == RFOOT || n == LHAND)
+            return Offset(n).GetLength() + Offset(Physical(n)).GetLength();
         return Offset(n).GetLength();
     }
 };
@@ -146,7 +178,8 @@ inline std::vector<unsigned char> MakeBlob(const Walk& walk, int insertion, doub
         for (int f = 0; f < walk.frames; ++f) {
             const CTransformation& g = frames[static_cast<size_t>(f)][static_cast<size_t>(n)];
             const CQuaternion q = g.GetRotationQuaternion();
-            for (double v : {g.GetPosX(), g.GetPosY(), g.GetPosZ(), q.GetW(), q.GetX(), q.GetY(), q.GetZ()}) putD(v);
+            for (double v : {g.GetPosX(), g.GetPosY(), g.GetPosZ(), q.GetW(), q.GetX(), q.GetY(), q.GetZ()})
+                putD(v);
         }
     // Limbs bend about x in their own frames; the stored normal is the thigh's or shoulder's x.
     for (int p = 0; p < PLANES; ++p)
@@ -169,10 +202,11 @@ inline std::vector<unsigned char> MakeBlob(const Walk& walk, int insertion, doub
 
 inline ZUK::ModelStructure* MakeStructure() {
     auto* s = new ZUK::ModelStructure(NODES, PLANES, L"walker");
-    const wchar_t* names[NODES] = {L"cog",   L"spine", L"lthigh",     L"lshin",   L"lfoot", L"rthigh",
+    const wchar_t* names[NODES] = {L"cog",   L"spine", L"lthigh",    L"lshin",  L"lfoot", L"rthigh",
                                    L"rshin", L"rfoot", L"lshoulder", L"lelbow", L"lhand"};
     // Logical parents: limb ends hang from their anchors.
-    const int parents[NODES] = {-1, COG, COG, LTHIGH, LTHIGH, COG, RTHIGH, RTHIGH, SPINE, LSHOULDER, LSHOULDER};
+    const int parents[NODES] = {-1,     COG,    COG,   LTHIGH,    LTHIGH,   COG,
+                                RTHIGH, RTHIGH, SPINE, LSHOULDER, LSHOULDER};
     const int types[NODES] = {0, 3, 1, 1, 2, 1, 1, 2, 1, 1, 2};
     for (int n = 0; n < NODES; ++n) {
         s->nodes[n].Name = names[n];

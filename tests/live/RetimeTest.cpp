@@ -81,9 +81,9 @@ TEST(Retiming, EndFrameOfASingleFrameMotionIsTheInsertionFrame) {
 
 TEST(Retiming, AllCurvesKeepTheirOrderOfEffectsOnThreeLimbs) {
     Walker w;
-    const std::vector<std::wstring> moved = {L"Stride",        L"hipX",           L"hipY",        L"hipZ",
-                                             L"lfootRoll",     L"lfootStretch",   L"lfootClamp",  L"lfootBlendBack",
-                                             L"lfootX",        L"rfootY",         L"lhandZ"};
+    const std::vector<std::wstring> moved = {L"Stride",    L"hipX",         L"hipY",       L"hipZ",
+                                             L"lfootRoll", L"lfootStretch", L"lfootClamp", L"lfootBlendBack",
+                                             L"lfootX",    L"rfootY",       L"lhandZ"};
     const std::vector<std::wstring> kept = {L"rfootRoll", L"rfootStretch", L"rfootClamp", L"lhandRoll",
                                             L"rfootX",    L"lhandX",       L"lfootY",     L"lfootZ"};
     for (const std::wstring& name : moved) Animate(w.parameter(name), {{10.0, 1.0}, {16.0, 0.0}});
@@ -92,9 +92,11 @@ TEST(Retiming, AllCurvesKeepTheirOrderOfEffectsOnThreeLimbs) {
     orvhost::ClearLog();
     w.op->RetimeAllFCurveKeys(0.0);
     for (const std::wstring& name : moved)
-        EXPECT_EQ(KeyTimes(w.parameter(name)), (std::vector<double>{5.0, 8.0})) << std::string(name.begin(), name.end());
+        EXPECT_EQ(KeyTimes(w.parameter(name)), (std::vector<double>{5.0, 8.0}))
+            << std::string(name.begin(), name.end());
     for (const std::wstring& name : kept)
-        EXPECT_EQ(KeyTimes(w.parameter(name)), (std::vector<double>{10.0, 16.0})) << std::string(name.begin(), name.end());
+        EXPECT_EQ(KeyTimes(w.parameter(name)), (std::vector<double>{10.0, 16.0}))
+            << std::string(name.begin(), name.end());
     // The stride data and the first limb's clamp events were rebuilt.
     EXPECT_EQ(orvhost::LogTexts(8), std::vector<std::wstring>{L"Constructing Stride Data"});
     ASSERT_EQ(w.op->clampKeys[LLEG].size(), 2u);
