@@ -471,7 +471,7 @@ void RetargetOp::DampenMotion() {
 }
 
 void RetargetOp::updateClampKeys(int plane, double time) {
-    if (!clampKeys || !modelMap || !modelMap->structure || plane < 0 ||
+    if (!clampKeys || !modelMap || !modelMap->structure || !glueMap || plane < 0 ||
         plane >= modelMap->structure->numPlanes)
         return;
     const ModelStructure& structure = *modelMap->structure;

@@ -2,6 +2,7 @@
 // walk's own forward kinematics, with the parameters set the way the panel sets them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -113,6 +114,34 @@ TEST(PoseAdjustments, StrideLengthensTravelAlongTheDirectionAndKeepsTheSidewaysP
     const CVector3 moved = w.position(COG) - Played(w, COG, 0);
     EXPECT_NEAR(moved.Dot(dir), 1.5 * travel.Dot(dir), POSITION_TOLERANCE);
     ExpectNear(moved - along(moved), travel - along(travel), POSITION_TOLERANCE, "sideways");
+}
+
+// The root path at another speed: motion frame i takes the root's step from frame j - 1 to j,
+// with j = truncate(i / speed + 0.1), and the goals their place relative to the root at j.
+// Samples stay inside the clip, so past its end the root stands still.
+void ExpectStridePathsAtSpeed(Walker& w, double speed) {
+    w.op->speed = speed;
+    w.op->updateStride();
+    const int last = w.walk.frames - 1;
+    auto clip = [last](int f) { return std::max(0, std::min(f, last)); };
+    CVector3 root = Played(w, COG, 0);
+    for (int i = 0; i < w.walk.frames; ++i) {
+        const int j = static_cast<int>(std::trunc(i / speed + 0.1));
+        if (i > 0) root += Played(w, COG, clip(j)) - Played(w, COG, clip(j - 1));
+        ExpectNear(w.op->cogPath[i], root, POSITION_TOLERANCE, Where(i, COG));
+        const CVector3 foot = root + Played(w, RFOOT, clip(j)) - Played(w, COG, clip(j));
+        ExpectNear(w.op->footPaths[RLEG][i], foot, POSITION_TOLERANCE, Where(i, RFOOT));
+    }
+}
+
+TEST(PoseAdjustments, StridePathsAtSpeedTwoStepThroughTheClipAtTheSceneFrame) {
+    Walker w;
+    ExpectStridePathsAtSpeed(w, 2.0);
+}
+
+TEST(PoseAdjustments, StridePathsPastTheClipStandStill) {
+    Walker w;
+    ExpectStridePathsAtSpeed(w, 0.5);
 }
 
 TEST(PoseAdjustments, ScaleAgainstBaseScaleScalesTheRootPath) {
