@@ -192,6 +192,9 @@ public:
     NodeKeyTiming* keyTimings = nullptr;
     int keyTimingCount = 0;
     std::vector<SemiFree> semiFrees;
+    // The adjustment property's "Speed", found once at load so that evaluations read it without
+    // a name lookup.
+    ORV::Parameter speedParameter;
     // Handles of the parameters that the adjustments read at every evaluation, resolved by name
     // once (again only when the properties they come from change), so evaluations look up no
     // names. Shared only so that the type can stay incomplete here.
