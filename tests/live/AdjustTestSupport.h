@@ -342,6 +342,7 @@ struct Walker {
         op->modelMap = map;
         op->glueMap = glue;
         op->adjustProperty = property;
+        op->speedParameter = property.GetParameter(L"Speed");
         op->speed = 1.0;
         op->previousSpeed = 1.0;
         op->cogPath = new CVector3[static_cast<size_t>(frames)];
