@@ -300,7 +300,7 @@ bool RetargetOp::cleanupRetargetOp(ORV::Model model) {
     if (!Util::findCustomPSet(model, AdjustPPG::PROPERTY_NAME, adjust)) return false;
     Util::deleteObj(adjust.GetFullName());
     deleteProperty(model, DATA_NAME);
-    deleteProperty(model, L"ZUKRefFrames");
+    deleteProperty(model, FRAMES_NAME);
     // The main operator is registered under another name than its callbacks'.
     deleteOperator(model.GetKinematics().GetLocal(), L"RetargetOperator");
     ORV::CStringArray families;

@@ -195,6 +195,8 @@ public:
     // The adjustment property's "Speed", found once at load so that evaluations read it without
     // a name lookup.
     ORV::Parameter speedParameter;
+    // Set when the blob's counts promise more than it holds: said once, never loaded again.
+    bool damagedBlob = false;
     // Handles of the parameters that the adjustments read at every evaluation, resolved by name
     // once (again only when the properties they come from change), so evaluations look up no
     // names. Shared only so that the type can stay incomplete here.

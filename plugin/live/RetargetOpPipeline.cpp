@@ -495,6 +495,16 @@ void loadFromScene(RetargetOp& op, ORV::UserDataBlob& blob, double time) {
         ORV::Model model(models[i]);
         ORV::Property property;
         if (!Util::findCustomPSet(model, blobName, property) || !(property == blob)) continue;
+        // A blob that cannot hold what its counts promise is reported once; the maps are not
+        // rebuilt for it at every evaluation.
+        const unsigned char* bytes = nullptr;
+        unsigned int size = 0;
+        blob.GetValue(bytes, size);
+        if (RetargetOp::RequiredBlobSize(bytes, size) == 0) {
+            op.LoadMotionDataFromUDB(blob);
+            op.damagedBlob = true;
+            return;
+        }
         ModelStructure* structure = ModelStructure::CreateFromCustomProperty(model);
         if (!structure) return;
         ModelMap* map = new ModelMap(model, structure);
@@ -570,7 +580,7 @@ extern "C" ORV::CStatus RetargetOp_Update(ORV::CRef& in_ctxt) {
     const double time = static_cast<double>(ctxt.GetTime());
     // The blob is where the poses are read from: without it nothing may run.
     if (!blob.IsValid()) return ORV::CStatus::OK;
-    if (!op->loaded) ZUK::loadFromScene(*op, blob, time);
+    if (!op->loaded && !op->damagedBlob) ZUK::loadFromScene(*op, blob, time);
     if (op->loaded) op->update(time);
     // The model's own transform stays as the host has it.
     return ORV::CStatus::OK;

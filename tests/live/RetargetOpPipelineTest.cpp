@@ -13,6 +13,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <new>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -28,6 +29,25 @@
 #include "panels/AdjustPPG.h"
 #include "panels/RotationOffsetPPG.h"
 #include "shell/Util.h"
+
+// Counts the allocations of this process while `counting` is set: the per-evaluation code of
+// the live operator must make none.
+namespace {
+bool counting = false;
+long allocations = 0;
+}  // namespace
+
+// The replacements pair malloc with free themselves; the compiler sees only new with free.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+void* operator new(std::size_t size) {
+    if (counting) ++allocations;
+    if (void* p = std::malloc(size ? size : 1)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+#pragma GCC diagnostic pop
 
 namespace {
 
@@ -166,6 +186,24 @@ TEST_F(LivePipeline, BetweenTwoFramesTheRigIsBlendedByTheFraction) {
     EXPECT_LT(HipsError(live, 1.0 + 3.5, HipsBetween(live, 3, 0.5)), 1e-6);
     // And not the frame itself: the clip moves enough between frames to tell.
     EXPECT_GT(HipsError(live, 1.0 + 3.5, HipsBetween(live, 3, 0.0)), 1e-5);
+    // Rotations halfway: the normalised sum of the two frames' quaternions (same hemisphere).
+    for (const wchar_t* joint : {L"Hips", L"Head", L"LeftFoot"}) {
+        const int j = live.skel.find(joint);
+        CTransformation a, b;
+        a.SetRotationFromMatrix3(
+            liverig::RowMatrix(liverig::Expected(live.skel, 3).pose.rotation[static_cast<size_t>(j)]));
+        b.SetRotationFromMatrix3(
+            liverig::RowMatrix(liverig::Expected(live.skel, 4).pose.rotation[static_cast<size_t>(j)]));
+        ORV::MATH::CQuaternion qa = a.GetRotationQuaternion(), qb = b.GetRotationQuaternion();
+        if (qa.Dot(qb) < 0.0) qb.Set(-qb.w, -qb.x, -qb.y, -qb.z);
+        ORV::MATH::CQuaternion half(qa.w + qb.w, qa.x + qb.x, qa.y + qb.y, qa.z + qb.z);
+        half.NormalizeInPlace();
+        CTransformation h;
+        h.SetRotationFromQuaternion(half);
+        const CMatrix3 shown = GlobalAt(live.Object(joint), 1.0 + 3.5).GetRotationMatrix3();
+        EXPECT_LT(liverig::AngleBetween(shown, h.GetRotationMatrix3()), 1e-6) << Narrow(ORV::CString(joint));
+        EXPECT_GT(liverig::AngleBetween(shown, a.GetRotationMatrix3()), 1e-4) << Narrow(ORV::CString(joint));
+    }
 }
 
 // ---- Time to motion frame ------------------------------------------------------------------
@@ -698,7 +736,7 @@ TEST_F(LivePipeline, AParameterNamingTwoGoalsIsHandledAtTheFirstPlaneThatMatches
     s.nodes[rfoot].Name = L"rfoot";
 }
 
-TEST_F(LivePipeline, UpdatingTheEntireRigNudgesPingAndTheRigIsEvaluatedAgain) {
+TEST_F(LivePipeline, UpdatingTheEntireRigAddsOneToPingEachTime) {
     LiveRig live;
     Installed(live);
     live.WarmUp(11.0);
@@ -1106,6 +1144,98 @@ TEST_F(LivePipeline, AReopenedSceneRebuildsOnItsFirstEvaluationAndPlaysTheSameWi
     EXPECT_EQ(got, expected);
     std::remove(scenePath.c_str());
     std::remove(outPath.c_str());
+}
+
+// ---- Cost of an evaluation -------------------------------------------------------------------
+
+TEST_F(LivePipeline, ThePoseOfAnEvaluationIsComputedWithoutAllocating) {
+    LiveRig live;
+    Installed(live);
+    live.WarmUp(1.0);
+    RetargetOp* op = live.Live();
+    ASSERT_NE(op, nullptr);
+    // computeFrame reads "Speed" through the host, whose own bookkeeping is not counted here;
+    // everything after it works on the map and the blob alone.
+    long total = 0;
+    for (double t : {0.0, 1.0, 2.5, 7.25, 20.0, 39.9, 41.0, 500.0}) {
+        op->computeFrame(t);
+        allocations = 0;
+        counting = true;
+        op->computePose();
+        counting = false;
+        total += allocations;
+    }
+    EXPECT_EQ(total, 0);
+    // And the pose it leaves is the last one asked for: the clip's last frame.
+    const int hips = live.NodeIndex(L"cog");
+    const CVector3 last = liverig::Vec(liverig::Expected(live.skel, kFrames - 1)
+                                           .pose.position[static_cast<size_t>(live.skel.find(L"Hips"))]);
+    EXPECT_LT((op->modelMap->nodes[static_cast<size_t>(hips)].global.GetTranslation() - last).GetLength() /
+                  live.height,
+              1e-6);
+}
+
+TEST_F(LivePipeline, DeletingTheMainOperatorLeavesTheSmallOnesNothingToReach) {
+    LiveRig live;
+    Installed(live);
+    live.WarmUp(11.0);
+    ASSERT_NE(live.Live(), nullptr);
+    ORV::CustomOperator main;
+    ASSERT_TRUE(ZUK::Util::findCustomOp(live.rig.model.GetKinematics().GetLocal().GetFullName(),
+                                        L"RetargetOp", main));
+    ZUK::Util::deleteObj(main.GetFullName());
+    // The blob no longer names the deleted operator: the small ones write nothing, and the
+    // goal stands where its own parameters put it.
+    EXPECT_EQ(live.Live(), nullptr);
+    live.WarmUp(25.0);
+    const CVector3 rest = live.rig.rest[static_cast<size_t>(live.skel.find(L"LeftFoot"))];
+    EXPECT_LT((GlobalAt(live.Object(L"LeftFoot"), 25.0).GetTranslation() - rest).GetLength(), 1e-9);
+}
+
+TEST_F(LivePipeline, ADamagedBlobPlaysNothingAndSaysSo) {
+    LiveRig live;
+    Installed(live);
+    ORV::UserDataBlob blob(modelmaptest::FindProperty(live.rig.model, L"ZUKRetargetOp").GetRef());
+    ASSERT_TRUE(blob.IsValid());
+    const unsigned char* bytes = nullptr;
+    unsigned int size = 0;
+    blob.GetValue(bytes, size);
+    ASSERT_GT(size, 300u);
+    // The counts stay, the poses they promise are cut off.
+    const std::vector<unsigned char> cut(bytes, bytes + 300);
+    blob.PutValue(cut.data(), 300);
+    orvhost::ClearLog();
+    live.WarmUp(11.0);
+    const std::vector<std::wstring> said = orvhost::LogTexts(4);
+    // Said once, however often the rig is evaluated.
+    EXPECT_EQ(said, std::vector<std::wstring>{L"The motion in ZUKRetargetOp is damaged: its counts do not "
+                                              L"fit its 300 bytes. Nothing will play."});
+    EXPECT_EQ(live.Live(), nullptr);
+    const CVector3 rest = live.rig.rest[static_cast<size_t>(live.skel.find(L"LeftFoot"))];
+    EXPECT_LT((GlobalAt(live.Object(L"LeftFoot"), 11.0).GetTranslation() - rest).GetLength(), 1e-9);
+}
+
+TEST_F(LivePipeline, ABlobOfTheEarlierLayoutIsBroughtUpToDateAndPlaysTheSame) {
+    LiveRig live;
+    Installed(live);
+    ORV::UserDataBlob blob(modelmaptest::FindProperty(live.rig.model, L"ZUKRetargetOp").GetRef());
+    const unsigned char* bytes = nullptr;
+    unsigned int size = 0;
+    blob.GetValue(bytes, size);
+    ASSERT_GT(size, 256u);
+    // The earlier layout: no magic, the counts at offset 8.
+    std::vector<unsigned char> old(8, 0);
+    old.insert(old.end(), bytes + 256, bytes + size);
+    blob.PutValue(old.data(), static_cast<unsigned int>(old.size()));
+    live.WarmUp(1.0);
+    blob.GetValue(bytes, size);
+    EXPECT_EQ(size, old.size() + 248);
+    for (int f : {3, 17}) {
+        const PoseErrors e = CompareWithSource(live, 1.0 + f, f);
+        EXPECT_GT(e.positions, 5);
+        EXPECT_LT(e.rotation, 1e-5) << f;
+        EXPECT_LT(e.position, 1e-5) << f;
+    }
 }
 
 }  // namespace
