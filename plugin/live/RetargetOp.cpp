@@ -318,12 +318,27 @@ bool RetargetOp::cleanupRetargetOp(ORV::Model model) {
 }
 
 bool RetargetOp::findFCurvesStartEnd(ORV::Model model, int& start, int& end) {
-    ORV::Property blob;
-    if (Util::findCustomPSet(model, DATA_NAME, blob)) {
-        // The range of a retargeted model comes from its live operator.
-        app.LogMessage(L"findFCurvesStartEnd is not built yet", 4);
-        logPlaceholderCall(L"findFCurvesStartEnd", {model.GetRef()});
-        return false;
+    ORV::Property property;
+    if (Util::findCustomPSet(model, DATA_NAME, property)) {
+        // A retargeted model covers its motion's frames from where the motion starts.
+        ORV::UserDataBlob blob(property.GetRef());
+        const unsigned char* bytes = nullptr;
+        unsigned int size = 0;
+        if (blob.IsValid()) blob.GetValue(bytes, size);
+        if (RequiredBlobSize(bytes, size) == 0) return false;
+        const uint64_t frames = readAt<uint32_t>(bytes, FRAMES_OFFSET);
+        // The live operator knows the start frame; until one is bound, the blob does.
+        if (RetargetOp* op = GetRetargetOpPointer(blob)) {
+            start = op->insertionFrame;
+        } else {
+            const uint64_t nodes = readAt<uint32_t>(bytes, FRAMES_OFFSET + 4);
+            const uint64_t planes = readAt<uint32_t>(bytes, FRAMES_OFFSET + 8);
+            const uint64_t version =
+                POSES_OFFSET + frames * (POSE_BYTES * nodes + NORMAL_BYTES * planes) + 4 * nodes;
+            start = readAt<double>(bytes, version) >= 1.3 ? readAt<int32_t>(bytes, version + 8) : 0;
+        }
+        end = start + static_cast<int>(frames);
+        return true;
     }
     start = 2147483647;
     end = -2147483647;

@@ -15,6 +15,7 @@
 
 #include <orv/ORV.h>
 
+#include <memory>
 #include <vector>
 
 namespace ZUK {
@@ -23,6 +24,7 @@ class ModelMap;
 class GlueMap;
 class Motion;
 class NodeKeyTiming;
+class AdjustParameters;
 
 class RetargetOp {
 public:
@@ -195,6 +197,10 @@ public:
     ORV::Parameter speedParameter;
     // Set when the blob's counts promise more than it holds: said once, never loaded again.
     bool damagedBlob = false;
+    // Handles of the parameters that the adjustments read at every evaluation, resolved by name
+    // once (again only when the properties they come from change), so evaluations look up no
+    // names. Shared only so that the type can stay incomplete here.
+    std::shared_ptr<AdjustParameters> adjustParameters;
 };
 
 // Reflects a world pose through the plane x = 0, against the reference pose it came from.
