@@ -115,8 +115,9 @@ struct TaggedBiped {
     std::unique_ptr<ZUK::ModelStructure> structure;
 
     // Builds, tags and stores the setup; animates the motion over [first, last].
-    bool Build(int first = 0, int last = 60, const std::vector<Channel>& motion = BipedMotion()) {
-        biped = rigs::BuildIKBiped(ORV::Application().GetActiveSceneRoot(), L"Rig");
+    bool Build(int first = 0, int last = 60, const std::vector<Channel>& motion = BipedMotion(),
+               const wchar_t* name = L"Rig") {
+        biped = rigs::BuildIKBiped(ORV::Application().GetActiveSceneRoot(), name);
         model = biped.model;
         structure.reset(ZUK::ModelStructure::CreateFromFile(L"biped"));
         if (!structure || !bvhrig::TagRigByProperties(model, *structure, BipedTagging())) return false;
