@@ -411,7 +411,8 @@ void PlotRetarget::extractLocal(ORV::ProgressBar bar, bool sparse) {
 
 void PlotRetarget::extractEndEffectorLocal() {
     // The limb is solved where the operators keep their pose; without them, in the stored map.
-    ModelMap* ik = (op && op->modelMap) ? op->modelMap : map;
+    const bool live = op && op->modelMap;
+    ModelMap* ik = live ? op->modelMap : map;
 
     struct Limb {
         int item = -1, constraint = -1, node = -1;
@@ -458,6 +459,8 @@ void PlotRetarget::extractEndEffectorLocal() {
         l.pastBones = !inBones(structure->planes[plane], n);
         limbs.push_back(l);
     }
+    // Without limb objects there is nothing to solve, and no need to play the range again.
+    if (limbs.empty()) return;
     std::vector<CTransformation> solved(limbs.size());
 
     ORV::Property play = playControl();
@@ -468,7 +471,8 @@ void PlotRetarget::extractEndEffectorLocal() {
         Util::ForceGlobalEvaluationOnAllNodes(model);
 
         // First pass: anchors and goals into the map, and the limbs solved from them.
-        for (const Ends& e : ends) {
+        for (size_t k = 0; live && k < ends.size(); ++k) {
+            const Ends& e = ends[k];
             for (size_t a = 0; a < e.anchorOf.size(); ++a) {
                 ik->planeMap(e.anchorOf[a])->normal = nodeData->local(e.item, i).GetTranslation();
                 ik->nodeMap(e.node)->global = e.global.GetTransform();
@@ -485,17 +489,21 @@ void PlotRetarget::extractEndEffectorLocal() {
         // Second pass: every object of a limb gets its pose, stored relative to its neutral pose.
         for (size_t k = 0; k < limbs.size(); ++k) {
             Limb& l = limbs[k];
+            const CTransformation base = baseOf(l.neutral, transformOf(l.parentGlobal));
+            if (!live) {
+                // With no operator the scene already shows the pose to keep, and writing it back
+                // would only make the host evaluate the rig again.
+                nodeData->local(l.item, i) =
+                    ORV::MATH::MapWorldPoseToObjectSpace(base, l.global.GetTransform());
+                continue;
+            }
             CTransformation pose;
             if (l.pastBones) {
                 pose = nodeData->local(l.item, i);
-            } else if (op && op->modelMap) {
+            } else {
                 pose = solved[k];
                 pose.SetTranslation(l.global.GetTransform().GetTranslation());
-            } else {
-                // With no operator the scene already shows the pose to keep.
-                pose = l.global.GetTransform();
             }
-            CTransformation base = baseOf(l.neutral, transformOf(l.parentGlobal));
             l.global.PutTransform(pose);
             nodeData->local(l.item, i) = ORV::MATH::MapWorldPoseToObjectSpace(base, pose);
         }
