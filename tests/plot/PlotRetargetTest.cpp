@@ -90,6 +90,30 @@ TEST_F(PlotFixture, ARawPlotHoldsTheAnimatedValuesAndKeepsEveryGlobalOnEveryFram
     EXPECT_LT(diff.second, 1e-9);
 }
 
+TEST_F(PlotFixture, ARawPlotHoldsPosesRelativeToTheNeutralPose) {
+    TaggedBiped rig;
+    ASSERT_TRUE(rig.Build());
+    // The neck and an up-vector get neutral poses, turned and moved, so that curves must hold
+    // the pose relative to the neutral pose under the parent, in that order.
+    ORV::KinematicState neck = rig.Object(L"Neck").GetKinematics().GetLocal();
+    neck.PutParameterValue(L"nroty", 30.0);
+    neck.PutParameterValue(L"nrotx", -15.0);
+    neck.PutParameterValue(L"nposy", 0.5);
+    ORV::KinematicState up = rig.Object(L"LeftLegUp").GetKinematics().GetLocal();
+    up.PutParameterValue(L"nrotz", 40.0);
+    up.PutParameterValue(L"nposx", 2.0);
+    const std::vector<ORV::X3DObject> objects = RigObjects(rig.model);
+    const auto before = RecordGlobals(objects, 0, 30);
+    Plot(rig.model, false, false, true, 1, 0, 30);
+    const auto diff = LargestDifference(before, RecordGlobals(objects, 0, 30));
+    EXPECT_LT(diff.first, 1e-9);
+    EXPECT_LT(diff.second, 1e-9);
+    // The neck's own turn stays in its curve: 20 sin(2 pi f / 45) about Y, on top of the neutral.
+    const std::vector<Key> roty = Keys(rig.Object(L"Neck"), L"roty");
+    ASSERT_EQ(roty.size(), 30u);
+    EXPECT_NEAR(roty[10].value, 20.0 * std::sin(2.0 * kPi * 10.0 / 45.0), 1e-9);
+}
+
 // ---- Reduced keys ---------------------------------------------------------------------------
 
 TEST_F(PlotFixture, ARangeOfOneFrameGivesASingleKeyAtTheStart) {
