@@ -52,7 +52,8 @@ CTransformation Pose(double x, double y, double z, const CVector3& at) {
 
 TEST_F(PlotDecomposition, HeadingBitTakesTheTurnOfTheXAxisUnwrappedPastHalfATurn) {
     // A pure turn about Y by 0.5 rad a frame: the X axis heads to (cos a, 0, -sin a).
-    Fit(ZUK::DECOMP_RY | ZUK::DECOMP_PX, [](int f) { return Pose(0.0, 0.5 * f, 0.0, CVector3(f, 2.0 * f, 3.0)); });
+    Fit(ZUK::DECOMP_RY | ZUK::DECOMP_PX,
+        [](int f) { return Pose(0.0, 0.5 * f, 0.0, CVector3(f, 2.0 * f, 3.0)); });
     EXPECT_EQ(Channels(), (std::vector<std::wstring>{L"roty", L"posx"}));
     const std::vector<Key> roty = Keys(twist, L"roty"), posx = Keys(twist, L"posx");
     ASSERT_EQ(roty.size(), 10u);
@@ -83,7 +84,8 @@ TEST_F(PlotDecomposition, XAndZRotationNeedBothTheirBits) {
 }
 
 TEST_F(PlotDecomposition, PositionBitsPickTheirOwnAxes) {
-    Fit(ZUK::DECOMP_PY | ZUK::DECOMP_PZ, [](int f) { return Pose(0.0, 0.0, 0.0, CVector3(f, 2.0 * f, -3.0 * f)); });
+    Fit(ZUK::DECOMP_PY | ZUK::DECOMP_PZ,
+        [](int f) { return Pose(0.0, 0.0, 0.0, CVector3(f, 2.0 * f, -3.0 * f)); });
     EXPECT_EQ(Channels(), (std::vector<std::wstring>{L"posy", L"posz"}));
     const std::vector<Key> posy = Keys(twist, L"posy"), posz = Keys(twist, L"posz");
     for (int f = 0; f < 10; ++f) {
