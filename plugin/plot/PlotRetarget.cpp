@@ -608,7 +608,10 @@ void PlotRetarget::fitSpineValues(int item, ORV::X3DObject object, ORV::Progress
 
 void PlotRetarget::fitDecompValues(int item, ORV::CString name, const DecompMap& decomp, ORV::ProgressBar) {
     ORV::X3DObject object = decomp.object;
-    if (!object.IsValid()) return;
+    // A structure read back from a model counts a decompose block's empty channels as a target;
+    // the object that answered to that empty name takes no channel of it, and keeps the curves
+    // its own constraint gave it.
+    if (!object.IsValid() || decomp.tagName.IsEmpty()) return;
     const int F = frameCount();
     const unsigned int mask = decomp.mask;
     const bool usePosX = (mask & DECOMP_PX) != 0;

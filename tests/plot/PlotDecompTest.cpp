@@ -31,6 +31,7 @@ protected:
         ZUK::DecompMap decomp;
         decomp.object = twist;
         decomp.mask = mask;
+        decomp.tagName = L"lforearmtwist";
         plotter.fitDecompValues(0, L"lhand", decomp, ORV::Application().GetUIToolkit().GetProgressBar());
     }
     std::vector<std::wstring> Channels() const {
@@ -92,6 +93,33 @@ TEST_F(PlotDecomposition, PositionBitsPickTheirOwnAxes) {
         EXPECT_NEAR(posy[f].value, 2.0 * f, 1e-12);
         EXPECT_NEAR(posz[f].value, -3.0 * f, 1e-12);
     }
+}
+
+TEST_F(PlotDecomposition, AnObjectFoundByAnEmptyTargetKeepsTheCurvesOfItsOwnConstraint) {
+    // The factory biped's forearm twist, read back from the model, has an empty target that the
+    // first tag without an override answers: the hips. The hips must keep their own pose.
+    orvhost::NewScene();
+    modelmaptest::FactoryData factory;
+    TaggedBiped biped;
+    std::vector<Channel> motion = BipedMotion();
+    // A roll as well, so that the heading of the X axis is not the Y angle.
+    motion.push_back({L"Hips", L"rotz", [](double f) { return 20.0 * std::sin(f / 7.0); }});
+    ASSERT_TRUE(biped.Build(0, 60, motion));
+    {
+        ZUK::PlotRetarget probe(biped.model, false, false, false, 1, 0, 40);
+        bool emptyTarget = false;
+        for (const auto& node : probe.map->nodes)
+            for (const ZUK::DecompMap& d : node.decomps)
+                if (d.tagName.IsEmpty() && d.object.GetName() == ORV::CString(L"Hips")) emptyTarget = true;
+        ASSERT_TRUE(emptyTarget);
+    }
+    const std::vector<ORV::X3DObject> objects{biped.Object(L"Hips")};
+    const auto before = RecordGlobals(objects, 0, 40);
+    ZUK::PlotRetarget plotter(biped.model, false, false, false, 1, 0, 40);
+    plotter.plot();
+    const auto diff = LargestDifference(before, RecordGlobals(objects, 0, 40));
+    EXPECT_LT(diff.first, 1e-9);
+    EXPECT_LT(diff.second, 1e-9);
 }
 
 }  // namespace
