@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -228,6 +229,46 @@ TEST_F(PlotFixture, ASpineDriverGetsAKeyPerFrameInAnyMode) {
         }
         // The neck, driven the same way but no spine's anchor, is reduced.
         EXPECT_LT(Keys(rig.Object(L"Neck"), L"roty").size(), 40u);
+    }
+}
+
+TEST_F(PlotFixture, WithAnOperatorsMapTheLimbsAreSolvedFromTheirGoalsAndKeepTheirPlantedKeys) {
+    TaggedBiped rig;
+    std::vector<Channel> motion = BipedMotion();
+    motion.erase(
+        std::remove_if(motion.begin(), motion.end(),
+                       [](const Channel& c) { return c.object == L"LeftLegGoal" && c.channel == L"posy"; }),
+        motion.end());
+    ASSERT_TRUE(rig.Build(0, 60, motion));
+    // The operator's map, as the live operator keeps it: the model's own, rebuilt from the
+    // stored setup. The structure outlives the operator that owns the map.
+    std::unique_ptr<ZUK::ModelStructure> structure(ZUK::ModelStructure::CreateFromCustomProperty(rig.model));
+    ASSERT_TRUE(structure);
+    BoundOperator bound;
+    bound.op.modelMap = new ZUK::ModelMap(rig.model, structure.get());
+    bound.op.modelMap->LoadFromCustomProperty();
+    bound.Bind(rig.model);
+    const std::vector<ORV::X3DObject> objects = RigObjects(rig.model);
+    const auto before = RecordGlobals(objects, 0, 60);
+    Plot(rig.model, false, false, true, 10, 0, 60);
+    std::vector<double> expected;
+    for (int f = 0; f < 60; ++f)
+        if (f % 10 == 0 || (f >= 15 && f <= 30) || f >= 45) expected.push_back(f);
+    const ORV::X3DObject goal = rig.Object(L"LeftLegGoal");
+    EXPECT_EQ(KeyTimes(goal, L"posz"), expected);
+    // On its keys the goal is where it was; on the frames where every curve of the leg (hips,
+    // up-vector, goal) has a key, so is every object of the leg.
+    for (const Key& k : Keys(goal, L"posz")) EXPECT_NEAR(k.value, motion[8].value(k.time), 1e-9) << k.time;
+    std::vector<ORV::X3DObject> leg{goal, rig.Object(L"LeftLegBone"), rig.Object(L"LeftLegLower")};
+    for (int f : {10, 20, 30, 50}) {
+        const auto was = RecordGlobals(leg, f, f + 1);
+        std::vector<std::vector<CTransformation>> then{{}};
+        for (const ORV::X3DObject& o : leg)
+            for (size_t i = 0; i < objects.size(); ++i)
+                if (objects[i] == o) then[0].push_back(before[static_cast<size_t>(f)][i]);
+        const auto diff = LargestDifference(then, was);
+        EXPECT_LT(diff.first, 1e-9) << f;
+        EXPECT_LT(diff.second, 1e-9) << f;
     }
 }
 
