@@ -47,6 +47,19 @@ int keyTimingChannel(const ORV::CString& channel) {
     return -1;
 }
 
+// Whether a decomposition names an object that takes channels. A structure read back from a
+// model counts a decompose block's empty channels as a target, which the first tag without an
+// override answers; that entry decomposes nothing, and its node stays driven whole, as the live
+// operators drive it.
+bool decomposes(const DecompMap& d) { return !d.tagName.IsEmpty() && d.object.IsValid(); }
+
+int decompositionsOf(const NodeMap& node) {
+    int count = 0;
+    for (const DecompMap& d : node.decomps)
+        if (decomposes(d)) ++count;
+    return count;
+}
+
 // Whether `node` occurs in the plane's bones.
 bool inBones(const ModelStructure::Plane& plane, int node) {
     for (long b = 0; b < plane.bones.GetCount(); ++b)
@@ -109,7 +122,7 @@ PlotRetarget::PlotRetarget(ORV::Model model_, bool preserve_, bool inflection_, 
             if (!c.object.IsValid()) continue;
             ++nodeItems;
             if (c.ownNodeIndex >= 0 && c.ownNodeIndex < static_cast<int>(map->nodes.size()))
-                decompItems += static_cast<int>(map->nodes[c.ownNodeIndex].decomps.size());
+                decompItems += decompositionsOf(map->nodes[static_cast<size_t>(c.ownNodeIndex)]);
         }
         planeItems = static_cast<int>(glue->planes.size());
         for (const SpineConstraint& s : glue->spines) segmentItems += s.numNodes > 0 ? s.numNodes : 0;
@@ -210,9 +223,9 @@ void PlotRetarget::plot() {
         const int n = mc.ownNodeIndex;
         const bool hasNode = n >= 0 && n < structure->numNodes;
         const ORV::CString name = hasNode ? structure->nodes[n].Name : mc.tagName;
-        if (hasNode && !map->nodes[static_cast<size_t>(n)].decomps.empty()) {
+        if (hasNode && decompositionsOf(map->nodes[static_cast<size_t>(n)]) > 0) {
             for (const DecompMap& d : map->nodes[static_cast<size_t>(n)].decomps)
-                fitDecompValues(decompItem++, name, d, bar);
+                if (decomposes(d)) fitDecompValues(decompItem++, name, d, bar);
             continue;
         }
         if (sparse && limbPlane(c) >= 0) continue;
@@ -260,14 +273,19 @@ void PlotRetarget::plot() {
             if (plane < 0) continue;
             const int n = mc.ownNodeIndex;
             const bool hasNode = n >= 0 && n < structure->numNodes;
-            if (hasNode && !map->nodes[static_cast<size_t>(n)].decomps.empty()) continue;
+            if (hasNode && decompositionsOf(map->nodes[static_cast<size_t>(n)]) > 0) continue;
             const ORV::CString name = hasNode ? structure->nodes[n].Name : mc.tagName;
             fitMocapValues(index, name, static_cast<DofType>(mc.kind), mc.object, bar, plane);
         }
     }
 
-    // 8. The keys replace the live retarget.
+    // 8. The keys replace the live retarget. The cleanup looks for the main operator under
+    // another name than the one it is installed with; left behind, it would play from the blob
+    // that the cleanup just deleted, so it goes by its own name too.
     RetargetOp::cleanupRetargetOp(model);
+    ORV::CustomOperator main;
+    if (Util::findCustomOp(model.GetKinematics().GetLocal().GetFullName(), L"RetargetOp", main))
+        Util::deleteObj(main.GetFullName());
     op = nullptr;
 }
 
@@ -299,12 +317,11 @@ void PlotRetarget::extractLocal(ORV::ProgressBar bar, bool sparse) {
         const int n = c.ownNodeIndex;
         if (n >= 0 && n < structure->numNodes) {
             for (const DecompMap& m : map->nodes[static_cast<size_t>(n)].decomps) {
+                if (!decomposes(m)) continue;
                 Driven e;
-                if (m.object.IsValid()) {
-                    e.global = m.object.GetKinematics().GetGlobal();
-                    e.parentGlobal = parentGlobalState(m.object);
-                    Util::extractNeutralPose(m.object, e.neutral);
-                }
+                e.global = m.object.GetKinematics().GetGlobal();
+                e.parentGlobal = parentGlobalState(m.object);
+                Util::extractNeutralPose(m.object, e.neutral);
                 decomps.push_back(e);
             }
             if (sparse) {
@@ -608,10 +625,7 @@ void PlotRetarget::fitSpineValues(int item, ORV::X3DObject object, ORV::Progress
 
 void PlotRetarget::fitDecompValues(int item, ORV::CString name, const DecompMap& decomp, ORV::ProgressBar) {
     ORV::X3DObject object = decomp.object;
-    // A structure read back from a model counts a decompose block's empty channels as a target;
-    // the object that answered to that empty name takes no channel of it, and keeps the curves
-    // its own constraint gave it.
-    if (!object.IsValid() || decomp.tagName.IsEmpty()) return;
+    if (!decomposes(decomp)) return;
     const int F = frameCount();
     const unsigned int mask = decomp.mask;
     const bool usePosX = (mask & DECOMP_PX) != 0;

@@ -173,7 +173,9 @@ inline std::vector<std::vector<CTransformation>> RecordGlobals(const std::vector
 
 // Largest position distance and rotation angle (radians) between two recordings.
 inline std::pair<double, double> LargestDifference(const std::vector<std::vector<CTransformation>>& a,
-                                                   const std::vector<std::vector<CTransformation>>& b) {
+                                                   const std::vector<std::vector<CTransformation>>& b,
+                                                   size_t* worstRotation = nullptr,
+                                                   size_t* worstFrame = nullptr) {
     double position = 0.0, angle = 0.0;
     for (size_t f = 0; f < a.size() && f < b.size(); ++f) {
         for (size_t i = 0; i < a[f].size() && i < b[f].size(); ++i) {
@@ -187,7 +189,12 @@ inline std::pair<double, double> LargestDifference(const std::vector<std::vector
             const double dw = p.GetW() - s * q.GetW(), dx = p.GetX() - s * q.GetX(),
                          dy = p.GetY() - s * q.GetY(), dz = p.GetZ() - s * q.GetZ();
             const double chord = std::sqrt(dw * dw + dx * dx + dy * dy + dz * dz);
-            angle = std::max(angle, 4.0 * std::asin(std::min(1.0, chord / 2.0)));
+            const double turn = 4.0 * std::asin(std::min(1.0, chord / 2.0));
+            if (turn > angle) {
+                if (worstRotation) *worstRotation = i;
+                if (worstFrame) *worstFrame = f;
+            }
+            angle = std::max(angle, turn);
         }
     }
     return {position, angle};
