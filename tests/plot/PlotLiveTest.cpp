@@ -21,7 +21,7 @@ namespace {
 
 using namespace plottest;
 
-constexpr long kFrames = 120;
+constexpr long kFrames = 60;
 constexpr int kInsertion = 1;
 
 class PlotLive : public ::testing::Test {
