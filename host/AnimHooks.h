@@ -45,7 +45,11 @@ struct FCurveItem : Item {
     int interpolation = ORV::ovCubicInterpolation;
     std::vector<CurveKey> keys;  // ordered by time
     int editDepth = 0;
+    // Automatic tangents to recompute: all of them, or only the keys from dirtyLo to dirtyHi
+    // (an added key changes its own and its neighbours' alone).
     bool tangentsDirty = false;
+    bool rangeDirty = false;
+    std::size_t dirtyLo = 0, dirtyHi = 0;
     std::uint64_t nextSerial = 1;
     // Handles given out for keys, made on request; a removed key's handle is deleted with it.
     std::map<std::uint64_t, std::unique_ptr<FCurveKeyItem>> keyHandles;
@@ -59,6 +63,11 @@ struct FCurveItem : Item {
     // Recomputes automatic tangents when keys changed (at once, or at the end of an edit).
     void FixTangents();
     void Changed();  // after any edit of the keys: tangents, handles, revision
+    // After an edit that leaves every automatic tangent as it is (an explicit tangent, a
+    // constraint other than the horizontal one on a key without automatic tangents): revision.
+    void TangentsEdited();
+    // After an edit that marked its own tangents to recompute: handles, revision.
+    void ChangedKeys();
     long FindKey(double time, double tolerance) const;  // index or -1
     long IndexOfSerial(std::uint64_t serial) const;
     // Adds or replaces a key; gives its index.

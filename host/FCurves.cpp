@@ -114,10 +114,16 @@ double FCurveItem::Eval(double time, bool* has) const {
 // end of the curve), a third of the neighbouring interval long on each side. A key with the
 // horizontal constraint stays flat.
 void FCurveItem::FixTangents() {
-    if (!tangentsDirty) return;
-    tangentsDirty = false;
+    if (!tangentsDirty && !rangeDirty) return;
     const std::size_t n = keys.size();
-    for (std::size_t i = 0; i < n; ++i) {
+    std::size_t first = 0, last = n;
+    if (!tangentsDirty) {
+        first = dirtyLo;
+        last = dirtyHi + 1 < n ? dirtyHi + 1 : n;
+    }
+    tangentsDirty = false;
+    rangeDirty = false;
+    for (std::size_t i = first; i < last; ++i) {
         CurveKey& k = keys[i];
         if (!k.autoTangents) continue;
         const double dtPrev = i > 0 ? k.time - keys[i - 1].time : 0.0;
@@ -143,6 +149,10 @@ void FCurveItem::FixTangents() {
 
 void FCurveItem::Changed() {
     tangentsDirty = true;
+    ChangedKeys();
+}
+
+void FCurveItem::ChangedKeys() {
     if (editDepth == 0) FixTangents();
     // Handles of keys that no longer exist go away with them.
     if (keysRemoved) {
@@ -157,11 +167,21 @@ void FCurveItem::Changed() {
     TheHost().Touch();
 }
 
+void FCurveItem::TangentsEdited() { TheHost().Touch(); }
+
 long FCurveItem::FindKey(double time, double tolerance) const {
     if (tolerance < 0.0) tolerance = kDefaultKeyTolerance;
+    // Keys are ordered by time: only those from time - tolerance on can be within reach. One
+    // key more on the early side keeps a key exactly at the tolerance despite rounding.
+    std::size_t i =
+        static_cast<std::size_t>(std::lower_bound(keys.begin(), keys.end(), time - tolerance,
+                                                  [](const CurveKey& k, double t) { return k.time < t; }) -
+                                 keys.begin());
+    if (i > 0) --i;
     long best = -1;
     double bestDist = 0.0;
-    for (std::size_t i = 0; i < keys.size(); ++i) {
+    for (; i < keys.size(); ++i) {
+        if (keys[i].time - time > tolerance) break;
         const double d = std::fabs(keys[i].time - time);
         if (d <= tolerance && (best < 0 || d < bestDist)) {
             best = static_cast<long>(i);
@@ -188,13 +208,25 @@ long FCurveItem::SetKey(double time, double value, int interp, double lx, double
                                    [](double t, const CurveKey& key) { return t < key.time; });
         i = static_cast<long>(it - keys.begin());
         keys.insert(it, k);
+        // Keys from the insertion on moved up by one.
+        if (rangeDirty) {
+            if (dirtyLo >= static_cast<std::size_t>(i)) ++dirtyLo;
+            if (dirtyHi >= static_cast<std::size_t>(i)) ++dirtyHi;
+        }
     }
     CurveKey& k = keys[static_cast<std::size_t>(i)];
     k.value = value;
     k.interpolation = interp;
     const bool given = lx != DBL_MAX || ly != DBL_MAX || rx != DBL_MAX || ry != DBL_MAX;
     k.autoTangents = true;
-    tangentsDirty = true;
+    // The key's own automatic tangents and its neighbours' are all it can change.
+    const std::size_t lo = i > 0 ? static_cast<std::size_t>(i - 1) : 0;
+    const std::size_t hi = static_cast<std::size_t>(i + 1);
+    if (!tangentsDirty) {
+        dirtyLo = rangeDirty && dirtyLo < lo ? dirtyLo : lo;
+        dirtyHi = rangeDirty && dirtyHi > hi ? dirtyHi : hi;
+        rangeDirty = true;
+    }
     if (given) {
         // Components left out keep what the automatic rule gives them now.
         FixTangents();
@@ -205,7 +237,7 @@ long FCurveItem::SetKey(double time, double value, int interp, double lx, double
         if (rx != DBL_MAX) kk.rightX = rx;
         if (ry != DBL_MAX) kk.rightY = ry;
     }
-    Changed();
+    ChangedKeys();
     return i;
 }
 
@@ -590,7 +622,8 @@ CStatus PutTangent(const CRef& ref, double v, bool left, bool x) {
     k.autoTangents = false;
     (left ? (x ? k.leftX : k.leftY) : (x ? k.rightX : k.rightY)) = v;
     KeepContinuity(k, left);
-    r.handle->curve->Changed();
+    // An explicit tangent changes no automatic one: those depend on key times and values.
+    r.handle->curve->TangentsEdited();
     return CStatus::OK;
 }
 
@@ -680,7 +713,11 @@ CStatus FCurveKey::PutConstraint(int kind, bool on) {
         r.key->leftY = 0.0;
         r.key->rightY = 0.0;
     }
-    r.handle->curve->Changed();
+    // Of the constraints only the horizontal one enters automatic tangents, and only the key's own.
+    if (r.key->autoTangents && (kind & ovHorizontalTangentConstraint))
+        r.handle->curve->Changed();
+    else
+        r.handle->curve->TangentsEdited();
     return CStatus::OK;
 }
 

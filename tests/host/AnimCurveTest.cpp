@@ -4,6 +4,7 @@
 
 #include <cfloat>
 #include <cmath>
+#include <vector>
 
 #include "Commands.h"
 #include "HostTesting.h"
@@ -185,6 +186,77 @@ TEST_F(Curve, GetKeyFindsTheNearestKeyWithinTolerance) {
     EXPECT_TRUE(curve.KeyExists(CTime(2.05), 0.1));
     EXPECT_FALSE(curve.KeyExists(CTime(2.5), 0.1));
     EXPECT_EQ(curve.GetKeyIndex(CTime(3.0), 0.0), 1);
+}
+
+TEST_F(Curve, GetKeyAmongManyKeysFindsTheNearestAndTheFirstOfTwoEqualOnes) {
+    for (int t = 0; t < 100; ++t) ASSERT_EQ(curve.AddKey(CTime(t), CValue(t * 10.0)), CStatus::OK);
+    EXPECT_EQ(curve.GetKeyIndex(CTime(37.3), 0.5), 37);
+    EXPECT_EQ(curve.GetKeyIndex(CTime(37.7), 0.5), 38);
+    // Half way between two keys both are in reach: the earlier one answers.
+    EXPECT_EQ(curve.GetKeyIndex(CTime(37.5), 0.5), 37);
+    // A key exactly at the tolerance is in reach, on either side.
+    EXPECT_EQ(curve.GetKeyIndex(CTime(99.25), 0.25), 99);
+    EXPECT_EQ(curve.GetKeyIndex(CTime(-0.25), 0.25), 0);
+    EXPECT_FALSE(curve.KeyExists(CTime(99.6), 0.5));
+    EXPECT_FALSE(curve.KeyExists(CTime(-0.6), 0.5));
+    EXPECT_FALSE(curve.KeyExists(CTime(50.2), 0.1));
+}
+
+TEST_F(Curve, AutomaticTangentsOfKeysAddedOneByOneInAnyOrderAreThoseOfTheWholeCurve) {
+    // Keys added out of order, one replaced: every automatic tangent must be what the rule
+    // gives on the finished curve, worked out here from the keys alone.
+    const double times[] = {8, 0, 4, 12, 2, 10, 6};
+    for (double t : times) ASSERT_EQ(curve.AddKey(CTime(t), CValue(std::sin(t))), CStatus::OK);
+    ASSERT_EQ(curve.AddKey(CTime(4.0), CValue(3.0)), CStatus::OK);
+    // Reading a tangent in between must not leave a stale one behind for later keys.
+    EXPECT_NEAR(curve.GetKeyAtIndex(0).GetRightTanX(), 2.0 / 3.0, 1e-12);
+    ASSERT_EQ(curve.AddKey(CTime(5.0), CValue(-1.0)), CStatus::OK);
+    // Inside an edit bracket the keys wait for its end: one late key, then one early key that
+    // moves the later ones up.
+    ASSERT_EQ(curve.BeginEdit(), CStatus::OK);
+    ASSERT_EQ(curve.AddKey(CTime(11.0), CValue(2.5)), CStatus::OK);
+    ASSERT_EQ(curve.AddKey(CTime(1.0), CValue(0.5)), CStatus::OK);
+    ASSERT_EQ(curve.EndEdit(), CStatus::OK);
+    const long n = curve.GetNumKeys();
+    ASSERT_EQ(n, 10);
+    std::vector<double> t(n), v(n);
+    for (long i = 0; i < n; ++i) {
+        t[i] = curve.GetKeyAtIndex(i).GetTime();
+        v[i] = curve.GetKeyAtIndex(i).GetValue();
+    }
+    for (long i = 0; i < n; ++i) {
+        const double slope = i == 0       ? (v[1] - v[0]) / (t[1] - t[0])
+                             : i == n - 1 ? (v[i] - v[i - 1]) / (t[i] - t[i - 1])
+                                          : (v[i + 1] - v[i - 1]) / (t[i + 1] - t[i - 1]);
+        const double before = (i > 0 ? t[i] - t[i - 1] : t[i + 1] - t[i]) / 3.0;
+        const double after = (i + 1 < n ? t[i + 1] - t[i] : t[i] - t[i - 1]) / 3.0;
+        FCurveKey k = curve.GetKeyAtIndex(i);
+        EXPECT_NEAR(k.GetLeftTanX(), -before, 1e-12) << i;
+        EXPECT_NEAR(k.GetLeftTanY(), -slope * before, 1e-12) << i;
+        EXPECT_NEAR(k.GetRightTanX(), after, 1e-12) << i;
+        EXPECT_NEAR(k.GetRightTanY(), slope * after, 1e-12) << i;
+    }
+}
+
+TEST_F(Curve, AnExplicitTangentLeavesTheNeighboursAutomaticTangentsAsTheyWere) {
+    ASSERT_EQ(curve.AddKey(CTime(0.0), CValue(0.0)), CStatus::OK);
+    ASSERT_EQ(curve.AddKey(CTime(3.0), CValue(5.0)), CStatus::OK);
+    ASSERT_EQ(curve.AddKey(CTime(9.0), CValue(2.0)), CStatus::OK);
+    FCurveKey mid = curve.GetKeyAtIndex(1);
+    ASSERT_EQ(mid.PutRightTanY(7.0), CStatus::OK);
+    ASSERT_EQ(mid.PutConstraint(ovTangentContinuityConstraint, true), CStatus::OK);
+    // The neighbours' slopes run through their own neighbours: 5/3 at the first key, 1/2 back
+    // at the last.
+    EXPECT_NEAR(curve.GetKeyAtIndex(0).GetRightTanY(), 5.0 / 3.0 * 1.0, 1e-12);
+    EXPECT_NEAR(curve.GetKeyAtIndex(2).GetLeftTanY(), 0.5 * 2.0, 1e-12);
+    EXPECT_NEAR(mid.GetRightTanY(), 7.0, 1e-12);
+    // A horizontal constraint flattens an automatic key.
+    FCurveKey last = curve.GetKeyAtIndex(2);
+    ASSERT_EQ(last.PutConstraint(ovHorizontalTangentConstraint, true), CStatus::OK);
+    EXPECT_EQ(last.GetLeftTanY(), 0.0);
+    ASSERT_EQ(curve.AddKey(CTime(12.0), CValue(4.0)), CStatus::OK);
+    EXPECT_EQ(curve.GetKeyAtIndex(2).GetLeftTanY(), 0.0);
+    EXPECT_NEAR(curve.GetKeyAtIndex(3).GetLeftTanY(), -(4.0 - 2.0) / 3.0 * 1.0, 1e-12);
 }
 
 TEST_F(Curve, LargestDoubleAsBothBoundsCountsTheWholeCurve) {

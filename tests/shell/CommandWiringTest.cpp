@@ -2,6 +2,7 @@
 // command is run as a script runs it, through Application::ExecuteCommand. While a function's
 // logic is still a placeholder, what it says (its "is not built yet" line and the values it
 // was called with) is the evidence; distinct values for every argument make a swap show.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "ShellTestSupport.h"
+#include "plot/PlotTestSupport.h"
 #include "shell/Placeholder.h"
 
 namespace {
@@ -376,16 +378,51 @@ TEST_F(CommandWiring, RemoveTROVOOperatorsCallsCleanupRetargetOpWithTheModel) {
 }
 
 TEST_F(CommandWiring, PlotRetargetMotionPlotsWithItsSevenArgumentsInOrder) {
-    // One flag on at a time, so that any exchange of two flags shows.
-    Exec(L"PlotRetargetMotion", {rig.GetRef(), true, false, false, 4, 10, 50});
-    EXPECT_EQ(log, Placeholder(L"plot", L"Rig, true, false, false, 4, 10, 50"));
+    // One flag on at a time, so that any exchange of two flags shows; each run on a fresh
+    // tagged biped, checked by the keys it leaves.
+    plottest::PlainBiped structures;
+    auto keyTimes = [](const plottest::TaggedBiped& biped) {
+        return plottest::KeyTimes(biped.Object(L"Hips"), L"posx");
+    };
+
+    // preserve: the source's keys (relative to the insertion frame 10) with the range's ends.
+    plottest::TaggedBiped first;
+    ASSERT_TRUE(first.Build(-10, 60, plottest::BipedMotion(), L"Biped"));
+    AddCustomProperty(first.model, L"RetargetAdjustPPG");
+    plottest::BoundOperator bound;
+    bound.op.insertionFrame = 10;
+    bound.SetTimings({{L"cog", {{0.0, 7.0, 19.0}, {}, {}, {}, {}, {}}}});
+    bound.Bind(first.model);
+    Exec(L"PlotRetargetMotion", {first.model.GetRef(), true, false, false, 4, 10, 50});
     ExpectNoAnswer();
-    Exec(L"PlotRetargetMotion", {rig.GetRef(), false, true, false, 2, -5, 30});
-    EXPECT_EQ(log, Placeholder(L"plot", L"Rig, false, true, false, 2, -5, 30"));
+    EXPECT_EQ(keyTimes(first), (std::vector<double>{10, 17, 29, 49}));
+    // The plot ends by taking the retarget away: the panel property and the blob.
+    EXPECT_FALSE(plottest::HasProperty(first.model, L"RetargetAdjustPPG"));
+    EXPECT_FALSE(plottest::HasProperty(first.model, ZUK::RetargetOp::DATA_NAME));
+    // Only the model named was plotted.
+    EXPECT_TRUE(rig.GetAnimatedParameters().GetCount() == 0);
+
+    // inflection: keys at the shape's features over [-5, 30): posx = 0.5 sin(2 pi f / 40) has
+    // its maximum at 10 and its minimum at -10 and 30, outside the range.
+    orvhost::ResetScene();
+    plottest::TaggedBiped second;
+    ASSERT_TRUE(second.Build(-10, 60, plottest::BipedMotion(), L"Biped"));
+    Exec(L"PlotRetargetMotion", {second.model.GetRef(), false, true, false, 2, -5, 30});
     ExpectNoAnswer();
-    Exec(L"PlotRetargetMotion", {rig.GetRef(), false, false, true, 7, 1, 9});
-    EXPECT_EQ(log, Placeholder(L"plot", L"Rig, false, false, true, 7, 1, 9"));
+    const std::vector<double> shape = keyTimes(second);
+    ASSERT_GE(shape.size(), 3u);
+    EXPECT_EQ(shape.front(), -5.0);
+    EXPECT_EQ(shape.back(), 29.0);
+    EXPECT_NE(std::find(shape.begin(), shape.end(), 10.0), shape.end());
+    EXPECT_LT(shape.size(), 10u);
+
+    // interval: every 7th frame from 1, and the last frame, 8.
+    orvhost::ResetScene();
+    plottest::TaggedBiped third;
+    ASSERT_TRUE(third.Build(-10, 60, plottest::BipedMotion(), L"Biped"));
+    Exec(L"PlotRetargetMotion", {third.model.GetRef(), false, false, true, 7, 1, 9});
     ExpectNoAnswer();
+    EXPECT_EQ(keyTimes(third), (std::vector<double>{1, 8}));
 }
 
 TEST_F(CommandWiring, SaveTROVOAdjustmentPresetFileCallsSavePresetWithModelAndFile) {
