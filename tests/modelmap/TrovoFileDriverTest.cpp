@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -208,6 +209,20 @@ protected:
         }
     }
 
+    // The motion stored on the model by a load, read from a copy of its blob so that no reader's
+    // address is left in the scene; null when the model has none or it does not read.
+    std::unique_ptr<ZUK::RetargetOp> StoredMotion(const ORV::Model& model) {
+        const ORV::Property property = modelmaptest::FindProperty(model, ZUK::RetargetOp::DATA_NAME);
+        if (!property.IsValid()) return nullptr;
+        const unsigned char* bytes = nullptr;
+        unsigned int size = 0;
+        ORV::UserDataBlob(property.GetRef()).GetValue(bytes, size);
+        blobCopies.emplace_back(bytes, bytes + size);
+        std::unique_ptr<ZUK::RetargetOp> op(new ZUK::RetargetOp());
+        if (!op->LoadMotionDataFromBuffer(blobCopies.back().data(), size)) return nullptr;
+        return op;
+    }
+
     // The whole scene as its file: what a failed command must leave exactly as it was.
     std::string Snapshot() {
         const std::string path = scratch.File("snapshot" + std::to_string(snapshots++) + ".orvscene");
@@ -252,6 +267,7 @@ protected:
     modelmaptest::FactoryData factory;
     Scratch scratch;
     int snapshots = 0;
+    std::vector<std::vector<unsigned char>> blobCopies;
 };
 
 // ---- Saving -----------------------------------------------------------------------------------
@@ -449,6 +465,155 @@ TEST_F(TrovoFileDriver, TextFileOfAnotherKindShowsItsFirstWordThenGoesOnToTheTar
     EXPECT_TRUE(Noted(L"Motion"));
     EXPECT_EQ(Log(), (Lines{{L"Can't parse the Trovo file.", 4},
                             {L"Failed to read destmodel map from source model.", 4}}));
+}
+
+// ---- Loading: damaged files ----------------------------------------------------------------------
+
+TEST_F(TrovoFileDriver, TextFileCutAtTenPointsIsReadAsFarAsItGoesNeverWithACrash) {
+    const std::string whole = ReadAll(SavedTextFile());
+    bvhrig::BvhRig target = TaggedRig(L"Target");
+    for (int cut = 1; cut <= 10; ++cut) {
+        const std::string path = scratch.File("textcut" + std::to_string(cut) + ".trovo");
+        WriteAll(path, whole.substr(0, whole.size() * cut / 11));
+        ZUK::RetargetOp::cleanupRetargetOp(target.model);
+        const std::string before = Snapshot();
+        if (Load(target.model, path)) {
+            // What the file held plays; the frames it lost are not made up.
+            std::unique_ptr<ZUK::RetargetOp> played = StoredMotion(target.model);
+            ASSERT_TRUE(played) << cut;
+            EXPECT_LE(played->numFrames, kKeys) << cut;
+        } else {
+            EXPECT_EQ(Snapshot(), before) << cut;
+        }
+    }
+}
+
+TEST_F(TrovoFileDriver, NodeCountBeyondTheNodesPresentIsRefusedOrReadNeverWithACrash) {
+    bvhrig::BvhRig target = TaggedRig(L"Target");
+    // Text: the count says 40 nodes where 23 follow; the rest of the file is read as nodes.
+    std::string text = ReadAll(SavedTextFile());
+    const size_t line = text.find(" biped");
+    ASSERT_NE(line, std::string::npos);
+    const size_t start = text.rfind('\n', line) + 1;
+    text.replace(start, text.find(' ', start) - start, "40");
+    const std::string textPath = scratch.File("morenodes_text.trovo");
+    WriteAll(textPath, text);
+    // XML: the header says 40 nodes where 23 "NODE" elements follow.
+    std::string xml = ReadAll(SavedFile());
+    const size_t at = xml.find("<numNodes>");
+    ASSERT_NE(at, std::string::npos);
+    xml.replace(at, xml.find("</numNodes>") - at, "<numNodes>40");
+    const std::string xmlPath = scratch.File("morenodes.trovo");
+    WriteAll(xmlPath, xml);
+    for (const std::string& path : {textPath, xmlPath}) {
+        ZUK::RetargetOp::cleanupRetargetOp(target.model);
+        const std::string before = Snapshot();
+        if (Load(target.model, path)) {
+            std::unique_ptr<ZUK::RetargetOp> played = StoredMotion(target.model);
+            ASSERT_TRUE(played) << path;
+            EXPECT_LE(played->numFrames, kKeys) << path;
+        } else {
+            EXPECT_EQ(Snapshot(), before) << path;
+        }
+    }
+}
+
+TEST_F(TrovoFileDriver, RandomBytesAreRefusedOrReadNeverWithACrash) {
+    bvhrig::BvhRig target = TaggedRig(L"Target");
+    std::mt19937 random(1807);
+    for (int round = 0; round < 12; ++round) {
+        std::string bytes(32 + random() % 3000, '\0');
+        for (char& c : bytes) c = static_cast<char>(random() & 0xff);
+        // Half of them pass the first test of each reader.
+        if (round % 3 == 1) bytes = "NormMotion5.0\n" + bytes;
+        if (round % 3 == 2) bytes = "<?xml version=\"1.0\"?>" + bytes;
+        const std::string path = scratch.File("random" + std::to_string(round) + ".trovo");
+        WriteAll(path, bytes);
+        ZUK::RetargetOp::cleanupRetargetOp(target.model);
+        const std::string before = Snapshot();
+        if (Load(target.model, path)) {
+            std::unique_ptr<ZUK::RetargetOp> played = StoredMotion(target.model);
+            ASSERT_TRUE(played) << round;
+            EXPECT_LE(static_cast<size_t>(played->numFrames), bytes.size()) << round;
+        } else {
+            EXPECT_EQ(Snapshot(), before) << round;
+            EXPECT_FALSE(Log().empty()) << round;
+        }
+    }
+}
+
+TEST_F(TrovoFileDriver, FileOfAnotherStructureIsRefusedWithTheTransfersWords) {
+    std::string xml = ReadAll(SavedFile());
+    const size_t at = xml.find("<structure_type>biped</structure_type>");
+    ASSERT_NE(at, std::string::npos);
+    xml.replace(at, 38, "<structure_type>quadruped</structure_type>");
+    const std::string path = scratch.File("quadruped.trovo");
+    WriteAll(path, xml);
+    bvhrig::BvhRig target = TaggedRig(L"Target");
+    const std::string before = Snapshot();
+    EXPECT_FALSE(Load(target.model, path));
+    EXPECT_EQ(Log(), (Lines{{L"The normalized motion must have the same type as the model structure.", 4}}));
+    EXPECT_EQ(Snapshot(), before);
+}
+
+// ---- Loading: what a load installs --------------------------------------------------------------
+
+TEST_F(TrovoFileDriver, BothFormsInstallTheFilesFramesFromTheStartGiven) {
+    const std::string xml = SavedFile(), text = SavedTextFile();
+    bvhrig::BvhRig target = TaggedRig(L"Target");
+    for (const std::string& path : {xml, text}) {
+        ZUK::RetargetOp::cleanupRetargetOp(target.model);
+        EXPECT_TRUE(Load(target.model, path, 20)) << path;
+        EXPECT_EQ(Log(), Lines{}) << path;
+        std::unique_ptr<ZUK::RetargetOp> played = StoredMotion(target.model);
+        ASSERT_TRUE(played) << path;
+        EXPECT_EQ(played->numFrames, kKeys) << path;
+        EXPECT_EQ(played->insertionFrame, 20) << path;
+        // Every tagged object of the source carries curves, so each brings its key times along.
+        EXPECT_EQ(played->keyTimingCount, static_cast<int>(tagging.size())) << path;
+    }
+}
+
+TEST_F(TrovoFileDriver, KeyTimesOfASourceKeyedEveryFiveFramesReachTheBlob) {
+    source = TaggedRig(L"Source");
+    KeyClip(source, 5);  // keys at scene frames 1, 6, 11 ... 36
+    const int end = 1 + 5 * (kKeys - 1);
+    const std::string path = scratch.File("every5.trovo");
+    ASSERT_TRUE(Save(source.model, path, 1, end));
+    // Every tagged object carries six curves keyed at those frames: 0, 5, 10 ... from the start.
+    std::vector<double> expected;
+    for (int k = 0; k < kKeys; ++k) expected.push_back(5.0 * k);
+    {
+        ZUK::ModelMap saved;
+        ASSERT_TRUE(saved.loadMotionFromXMLFile(path.c_str()));
+        ASSERT_EQ(saved.numKeyTiming, static_cast<int>(tagging.size()));
+        for (int c = 0; c < ZUK::NodeKeyTiming::NUM_CHANNELS; ++c) {
+            std::vector<double> times;
+            for (long j = 0; j < saved.keyTiming[0].times[c].GetCount(); ++j)
+                times.push_back(saved.keyTiming[0].times[c][j]);
+            EXPECT_EQ(times, expected) << c;
+        }
+    }
+    bvhrig::BvhRig target = TaggedRig(L"Target");
+    ASSERT_TRUE(Load(target.model, path, 1));
+    std::unique_ptr<ZUK::RetargetOp> played = StoredMotion(target.model);
+    ASSERT_TRUE(played);
+    ASSERT_EQ(played->keyTimingCount, static_cast<int>(tagging.size()));
+    std::vector<std::wstring> names;
+    for (int k = 0; k < played->keyTimingCount; ++k) {
+        const ZUK::NodeKeyTiming& timing = played->keyTimings[k];
+        names.push_back(timing.name.GetWideString());
+        for (int c = 0; c < ZUK::NodeKeyTiming::NUM_CHANNELS; ++c) {
+            std::vector<double> times;
+            for (long j = 0; j < timing.times[c].GetCount(); ++j) times.push_back(timing.times[c][j]);
+            EXPECT_EQ(times, expected) << modelmaptest::Narrow(names.back()) << " " << c;
+        }
+    }
+    std::vector<std::wstring> tags;
+    for (const auto& pair : tagging) tags.push_back(pair.first);
+    std::sort(names.begin(), names.end());
+    std::sort(tags.begin(), tags.end());
+    EXPECT_EQ(names, tags);
 }
 
 }  // namespace
