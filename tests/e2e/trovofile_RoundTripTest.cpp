@@ -143,6 +143,18 @@ protected:
         std::wstring saveError;
         ASSERT_TRUE(orvhost::SaveScene(dir + "/rigs.orvscene", saveError)) << modelmaptest::Narrow(saveError);
 
+        // The rest pose of the source over ten frames in the text form, the seed of damaged files.
+        {
+            ORV::Model rest(ORV::Application().GetActiveSceneRoot().FindChild(L"Source").GetRef());
+            std::unique_ptr<ZUK::ModelStructure> structure(
+                ZUK::ModelStructure::CreateFromCustomProperty(rest));
+            ASSERT_TRUE(structure);
+            ZUK::ModelMap map(rest, structure.get());
+            map.LoadFromCustomProperty();
+            ASSERT_TRUE(map.valid);
+            ASSERT_TRUE(map.saveToFile((dir + "/rest_text.trovo").c_str(), 1, 10));
+        }
+
         // The identity-check nodes: the root, the chest, hands and feet, and every node whose
         // joint hangs directly below the joint of its checked structure parent.
         std::unique_ptr<ZUK::ModelStructure> biped(ZUK::ModelStructure::CreateFromFile(L"biped"));
@@ -396,6 +408,70 @@ TEST_F(TrovoFileCli, LoadingAMissingFileNamesItThenReadsTheTarget) {
     EXPECT_EQ(o.out, "false\n");
     EXPECT_EQ(Warnings(o), (Lines{"WARNING: Could not read the Trovo file " + file + ".",
                                   "WARNING: Failed to read destmodel map from source model."}));
+}
+
+// Damaged files of every kind loaded by one trovo run: each command answers, none crashes, and
+// every XML file that does not parse is named in the stream's message.
+TEST_F(TrovoFileCli, DamagedFilesAreAnsweredNeverWithACrash) {
+    const std::string rigs = dir + "/rigs.orvscene", xmlSeed = dir + "/seed.trovo";
+    ASSERT_EQ(Trovo("--scene '" + rigs + "' exec SaveTrovoFile model=Source trovofile='" + xmlSeed +
+                    "' start=1 end=10")
+                  .out,
+              "true\n");
+    const std::string xml = ReadAll(xmlSeed), text = ReadAll(dir + "/rest_text.trovo");
+    ASSERT_FALSE(xml.empty());
+    ASSERT_FALSE(text.empty());
+    std::vector<std::string> files, refusedXml;
+    auto add = [&](const std::string& name, const std::string& content, bool unparsable) {
+        files.push_back(dir + "/" + name);
+        std::ofstream(files.back(), std::ios::binary) << content;
+        if (unparsable) refusedXml.push_back(files.back());
+    };
+    for (int cut = 1; cut <= 10; ++cut) {
+        add("cut" + std::to_string(cut) + ".trovo", xml.substr(0, xml.size() * cut / 11), true);
+        add("cut" + std::to_string(cut) + "_text.trovo", text.substr(0, text.size() * cut / 11), false);
+    }
+    std::string moreNodes = xml;
+    const size_t at = moreNodes.find("<numNodes>");
+    ASSERT_NE(at, std::string::npos);
+    moreNodes.replace(at, moreNodes.find("</numNodes>") - at, "<numNodes>40");
+    add("morenodes.trovo", moreNodes, false);
+    std::string moreTextNodes = text;
+    const size_t line = moreTextNodes.find(" biped");
+    ASSERT_NE(line, std::string::npos);
+    const size_t start = moreTextNodes.rfind('\n', line) + 1;
+    moreTextNodes.replace(start, moreTextNodes.find(' ', start) - start, "40");
+    add("morenodes_text.trovo", moreTextNodes, false);
+    unsigned int seed = 23;
+    for (int round = 0; round < 4; ++round) {
+        std::string bytes(200 + 700 * round, '\0');
+        for (char& c : bytes) c = static_cast<char>((seed = seed * 1103515245u + 12345u) >> 16);
+        add("random" + std::to_string(round) + ".trovo", round == 3 ? "NormMotion5.0\n" + bytes : bytes,
+            false);
+    }
+    add("settings.trovo", "<?xml version=\"1.0\"?><settings><FILEPATHS TROVO_FILES=\"/tmp\"/></settings>\n",
+        true);
+
+    const std::string script = dir + "/damaged.steps";
+    {
+        std::ofstream steps(script);
+        for (const std::string& f : files) steps << "LoadTrovoFile Copy \"" << f << "\" 1\n";
+    }
+    const Outcome o = Trovo("--scene '" + rigs + "' run '" + script + "'");
+    // Exit status 1 says that some command failed; a crash would end it otherwise.
+    EXPECT_TRUE(o.status == 0 || o.status == 1) << o.status << o.err;
+    std::istringstream answers(o.out);
+    std::string answer;
+    size_t count = 0;
+    while (std::getline(answers, answer)) {
+        EXPECT_TRUE(answer == "true" || answer == "false") << answer;
+        ++count;
+    }
+    EXPECT_EQ(count, files.size());
+    for (const std::string& f : refusedXml)
+        EXPECT_NE(o.err.find("WARNING: Errors occured while loading the following file : \n" + f + "\n"),
+                  std::string::npos)
+            << f;
 }
 
 }  // namespace
