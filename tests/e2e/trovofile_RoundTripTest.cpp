@@ -101,6 +101,10 @@ protected:
         o.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
         o.out = ReadAll(out);
         o.err = ReadAll(err);
+        // A sanitizer build reports memory errors on stderr and ends with status 1, which a
+        // failed command also gives.
+        EXPECT_EQ(o.err.find("Sanitizer"), std::string::npos) << o.err;
+        EXPECT_EQ(o.err.find("runtime error"), std::string::npos) << o.err;
         return o;
     }
 
