@@ -190,6 +190,9 @@ public:
     NodeKeyTiming* keyTimings = nullptr;
     int keyTimingCount = 0;
     std::vector<SemiFree> semiFrees;
+    // The adjustment property's "Speed", found once at load so that evaluations read it without
+    // a name lookup.
+    ORV::Parameter speedParameter;
 };
 
 // Reflects a world pose through the plane x = 0, against the reference pose it came from.

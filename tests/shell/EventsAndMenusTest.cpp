@@ -140,18 +140,23 @@ TEST_F(PanelsOpen, SceneEventsCloseTheAdjustmentPanel) {
 }
 
 TEST_F(PanelsOpen, SceneEventsRefreshTheMocapPanelThenCloseTheAdjustmentAndOffsetPanels) {
-    OpenView(L"Mocap", L"Scene_Root.MocapToRig");
-    OpenView(L"Offsets", L"Rig.Hips.RotationOffsetPPG");
     const std::vector<std::pair<std::wstring, int>> steps = {
         {L"MocapToRigPPG is not built yet", 4},
         {L"closePanel is not built yet", 4},
-        {L"closePanels is not built yet", 4},
     };
     for (const wchar_t* event : {L"MyNewScene_OnEvent", L"MyOpenScene_OnEvent"}) {
+        OpenView(L"Mocap", L"Scene_Root.MocapToRig");
+        OpenView(L"Offsets", L"Rig.Hips.RotationOffsetPPG");
+        const long before = OpenViewCount();
         ZUK::AdjustPPG::m_currentModel = L"Rig";
         orvhost::ClearLog();
         EXPECT_EQ(CallByName(event), ORV::CStatus::OK) << event;
         EXPECT_EQ(Lines(), steps) << event;
+        // The rotation offset panel is closed; the others stay.
+        EXPECT_EQ(OpenViewCount(), before - 1) << event;
+        ORV::CRefArray views = ORV::Application().GetDesktop().GetActiveLayout().GetViews();
+        for (long i = 0; i < views.GetCount(); ++i)
+            EXPECT_NE(ORV::View(views[i]).GetName(), ORV::CString(L"Offsets")) << event;
     }
 }
 
