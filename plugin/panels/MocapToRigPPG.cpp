@@ -2,7 +2,16 @@
 
 #include <cwchar>
 
-#include "shell/Placeholder.h"
+#include "character/ModelStructure.h"
+#include "character/TagMap.h"
+#include "glue/GlueMap.h"
+#include "live/RetargetOp.h"
+#include "modelmap/ModelMap.h"
+#include "panels/AdjustPPG.h"
+#include "panels/PlotRetargetPPG.h"
+#include "panels/RotationOffsetPPG.h"
+#include "panels/TagPPG.h"
+#include "shell/Util.h"
 
 namespace ZUK {
 
@@ -38,8 +47,33 @@ MocapToRigPPG::MocapToRigPPG(bool refresh) {
 }
 
 void MocapToRigPPG::flushRetargetData(ORV::Model model) {
-    app.LogMessage(L"flushRetargetData is not built yet", 4);
-    logPlaceholderCall(L"flushRetargetData", {model.GetRef()});
+    // Panels that show the model's adjustments would point at deleted parameters.
+    AdjustPPG::closePanel();
+    RotationOffsetPPG::closePanels();
+    const bool logging = Util::logCommands(false);
+    ORV::ProgressBar bar = app.GetUIToolkit().GetProgressBar();
+    bar.PutMaximum(7);
+    bar.PutStep(1);
+    bar.PutValue(0);
+    bar.PutCaption(L"Removing TROVO setup data from model ....");
+    bar.PutVisible(true);
+    // The operators go first: they read the properties removed after them.
+    RetargetOp::cleanupRetargetOp(model);
+    bar.Increment();
+    TagPPG::cleanup(model);
+    bar.Increment();
+    TagMap::cleanup(model);
+    bar.Increment();
+    GlueMap::cleanup(model);
+    bar.Increment();
+    ModelMap::cleanup(model);
+    bar.Increment();
+    ModelStructure::cleanup(model);
+    bar.Increment();
+    PlotRetargetPPG::cleanup(model);
+    bar.Increment();
+    bar.PutVisible(false);
+    Util::logCommands(logging);
 }
 
 }  // namespace ZUK

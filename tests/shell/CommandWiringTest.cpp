@@ -76,15 +76,29 @@ ORV::CValue S(const wchar_t* text) { return ORV::CString(text); }
 
 // ---- Retarget drivers -----------------------------------------------------------------------
 
-TEST_F(CommandWiring, RetargetCallsModelToModelWithSourceTargetStartAndEnd) {
+TEST_F(CommandWiring, RetargetReachesModelToModelWhichReadsTheSourceFirst) {
+    // Neither model is set up: the driver speaks of the source, so the first argument went
+    // there. (The frames' way through to the operator is checked end to end.)
+    orvhost::ClearAnswers();
     Exec(L"Retarget", {other.GetRef(), rig.GetRef(), 3, 7});
-    EXPECT_EQ(log, Placeholder(L"ModelToModel", L"Other, Rig, 3, 7"));
+    EXPECT_EQ(log, (Lines{{L"Failed to read model map from source model.", 4}}));
+    ASSERT_EQ(orvhost::MessageBoxes().size(), 1u);
+    EXPECT_EQ(orvhost::MessageBoxes()[0].caption, L"ZUKRetarget");
     ExpectBoolAnswer(false);
 }
 
-TEST_F(CommandWiring, RetargetBVHCallsLoadBVHOnToModelWithFileMapAndTarget) {
-    Exec(L"RetargetBVH", {rig.GetRef(), S(L"walk.bvh"), S(L"walk.map")});
-    EXPECT_EQ(log, Placeholder(L"LoadBVHOnToModel", L"\"walk.bvh\", \"walk.map\", Rig"));
+TEST_F(CommandWiring, RetargetBVHReachesLoadBVHOnToModelWithTheMapFileAsMapFile) {
+    // An unreadable map file is the first thing the driver finds; a swap of the two files would
+    // have read the real map and then failed on the capture.
+    const std::string map =
+        std::string(TROVO_FACTORY_DATA) + "/Addons/Trovo/Data/TagTemplates/cmu_mb2010.tagt";
+    Exec(L"RetargetBVH", {rig.GetRef(), S(L"walk.bvh"), ORV::CValue(ORV::CString(map.c_str()))});
+    ASSERT_FALSE(log.empty());
+    EXPECT_EQ(log.back(), (std::pair<std::wstring, int>{L"Failed to load the BVH file.", 4}));
+    ExpectBoolAnswer(false);
+
+    Exec(L"RetargetBVH", {rig.GetRef(), ORV::CValue(ORV::CString(map.c_str())), S(L"walk.map")});
+    EXPECT_EQ(log, (Lines{{L"Could not read mapfile.", 4}}));
     ExpectBoolAnswer(false);
 }
 
@@ -224,7 +238,9 @@ ORV::Property PropertyNamed(const ORV::X3DObject& object, const wchar_t* name) {
     return ORV::Property();
 }
 
-bool HasProperty(const ORV::X3DObject& object, const wchar_t* name) { return PropertyNamed(object, name).IsValid(); }
+bool HasProperty(const ORV::X3DObject& object, const wchar_t* name) {
+    return PropertyNamed(object, name).IsValid();
+}
 
 TEST_F(CommandWiring, SetTagValueCallsSetTagValueOnTheModelItNames) {
     Exec(L"SetTagValue", {rig.GetRef(), S(L"LeftFoot"), S(L"Rig.LFoot"), 2});
@@ -353,10 +369,53 @@ TEST_F(FrameRange, FrameRangeOfARetargetedModelComesFromItsLiveOperator) {
 
 // ---- Removing, plotting and presets ---------------------------------------------------------
 
-TEST_F(CommandWiring, RemoveAllTrovoPropsAndOpsCallsFlushRetargetDataWithTheModel) {
+TEST_F(CommandWiring, RemoveAllTrovoPropsAndOpsRemovesTheRetargetSetupOfTheNamedModelOnly) {
+    const wchar_t* modelProperties[] = {L"RetargetAdjustPPG", L"ZUKStructure",   L"ZUKStructTag", L"ZUKMap",
+                                        L"ZUKGlue",           L"PlotRetargetPPG"};
+    std::vector<ORV::X3DObject> joints;
+    for (ORV::Model m : {rig, other}) {
+        for (const wchar_t* name : modelProperties) m.AddProperty(L"CustomProperty", false, name);
+        ORV::Property blob;
+        m.AddProperty(L"UserDataBlob", false, L"ZUKRetargetOp", blob);
+        ORV::X3DObject joint = AddNull(m, L"Hips");
+        joint.AddProperty(L"CustomProperty", false, L"ZUKTag");
+        joint.AddProperty(L"CustomProperty", false, L"ZUKExtractionTag");
+        joints.push_back(joint);
+    }
+    SetCommandLog(true);
     Exec(L"RemoveAllTrovoPropsAndOps", {rig.GetRef()});
-    EXPECT_EQ(log, Placeholder(L"flushRetargetData", L"Rig"));
+    SetCommandLog(false);
     ExpectNoAnswer();
+    for (const wchar_t* name : modelProperties) {
+        EXPECT_FALSE(HasProperty(rig, name)) << ORV::CString(name).GetAsciiString();
+        EXPECT_TRUE(HasProperty(other, name)) << ORV::CString(name).GetAsciiString();
+    }
+    EXPECT_FALSE(HasProperty(rig, L"ZUKRetargetOp"));
+    EXPECT_TRUE(HasProperty(other, L"ZUKRetargetOp"));
+    for (const wchar_t* tag : {L"ZUKTag", L"ZUKExtractionTag"}) {
+        EXPECT_FALSE(HasProperty(joints[0], tag));
+        EXPECT_TRUE(HasProperty(joints[1], tag));
+    }
+    // The removal is one step for the user: the host's command log saw none of its deletions.
+    for (const auto& line : log)
+        EXPECT_EQ(line.first.find(L"DeleteObj"), std::wstring::npos)
+            << ORV::CString(line.first.c_str()).GetAsciiString();
+    ORV::ProgressBar bar = ORV::Application().GetUIToolkit().GetProgressBar();
+    EXPECT_EQ(bar.GetCaption(), ORV::CString(L"Removing TROVO setup data from model ...."));
+    EXPECT_FALSE(bar.GetVisible());
+}
+
+TEST_F(CommandWiring, RemoveAllTrovoPropsAndOpsRestoresTheCommandLog) {
+    for (bool before : {true, false}) {
+        SetCommandLog(before);
+        Exec(L"RemoveAllTrovoPropsAndOps", {rig.GetRef()});
+        ORV::CValueArray args;
+        args.Add(ORV::CString(L"preferences.scripting.cmdlog"));
+        ORV::CValue now;
+        Run(L"GetValue", args, now);
+        EXPECT_EQ(static_cast<bool>(now), before);
+    }
+    SetCommandLog(false);
 }
 
 TEST_F(CommandWiring, RemoveTROVOOperatorsCallsCleanupRetargetOpWithTheModel) {
