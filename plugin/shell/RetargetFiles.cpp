@@ -104,12 +104,4 @@ bool SaveTrovoFile(ORV::Model source, const ORV::CString& file, int start, int e
 }
 
 }  // namespace Retarget
-
-// Interim, until the motion transfer lands with the live operators: the load's last step says
-// that it is missing. The transfer's own definition replaces this one when both are linked.
-__attribute__((weak)) bool ModelMap::TransferNormMotion(ModelMap&, GlueMap&, int) {
-    ORV::Application().LogMessage(L"TransferNormMotion is not built yet", 4);
-    return false;
-}
-
 }  // namespace ZUK

@@ -564,7 +564,11 @@ TEST_F(TrovoFileDriver, BothFormsInstallTheFilesFramesFromTheStartGiven) {
     for (const std::string& path : {xml, text}) {
         ZUK::RetargetOp::cleanupRetargetOp(target.model);
         EXPECT_TRUE(Load(target.model, path, 20)) << path;
-        EXPECT_EQ(Log(), Lines{}) << path;
+        // Nothing to say about a good file; adjustments still waiting for their own work may
+        // say so as the operators install.
+        for (const auto& line : Log())
+            EXPECT_NE(line.first.find(L" is not built yet"), std::wstring::npos)
+                << modelmaptest::Narrow(line.first);
         std::unique_ptr<ZUK::RetargetOp> played = StoredMotion(target.model);
         ASSERT_TRUE(played) << path;
         EXPECT_EQ(played->numFrames, kKeys) << path;
