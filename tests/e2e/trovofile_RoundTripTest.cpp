@@ -552,6 +552,28 @@ TEST_F(TrovoFileCli, LoadingOntoAnUntaggedRigSaysSoAndLeavesTheSceneAsItWas) {
     EXPECT_EQ(ReadAll(after), ReadAll(before));
 }
 
+TEST_F(TrovoFileCli, LoadingAFileOfAnotherStructureSaysSoAndLeavesTheSceneAsItWas) {
+    const std::string rigs = dir + "/rigs.orvscene", biped = dir + "/biped.trovo",
+                      other = dir + "/other.trovo";
+    ASSERT_EQ(Trovo("--scene '" + rigs + "' exec SaveTrovoFile model=Source trovofile='" + biped +
+                    "' start=1 end=5")
+                  .out,
+              "true\n");
+    std::string xml = ReadAll(biped);
+    const size_t at = xml.find("<structure_type>biped</structure_type>");
+    ASSERT_NE(at, std::string::npos);
+    xml.replace(at, 38, "<structure_type>quadruped</structure_type>");
+    std::ofstream(other, std::ios::binary) << xml;
+    const std::string before = dir + "/before_other.orvscene", after = dir + "/after_other.orvscene";
+    ASSERT_EQ(Trovo("--scene '" + rigs + "' --save '" + before + "' hierarchy Copy").status, 0);
+    const Outcome o = Trovo("--scene '" + rigs + "' --save '" + after +
+                            "' exec LoadTrovoFile targetmodel=Copy trovofile='" + other + "'");
+    EXPECT_EQ(o.out, "false\n");
+    EXPECT_EQ(Warnings(o),
+              Lines{"WARNING: The normalized motion must have the same type as the model structure."});
+    EXPECT_EQ(ReadAll(after), ReadAll(before));
+}
+
 TEST_F(TrovoFileCli, LoadingAMissingFileNamesItThenReadsTheTarget) {
     const std::string file = dir + "/missing.trovo";
     const Outcome o = Trovo("--scene '" + dir +
