@@ -2,16 +2,24 @@
 // command is run as a script runs it, through Application::ExecuteCommand. While a function's
 // logic is still a placeholder, what it says (its "is not built yet" line and the values it
 // was called with) is the evidence; distinct values for every argument make a swap show.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "ShellTestSupport.h"
+#include "live/RetargetOp.h"
+#include "modelmap/ModelMapTestSupport.h"
 #include "plot/PlotTestSupport.h"
 #include "shell/Placeholder.h"
+#include "support/BvhRigBuilder.h"
 
 namespace {
 
@@ -127,21 +135,98 @@ TEST_F(CommandWiring, SaveC3DPoseMapCallsSaveC3DPoseMapFileWithMarkersRigAndFile
     ExpectBoolAnswer(false);
 }
 
-TEST_F(CommandWiring, LoadTrovoFileCallsLoadTrovoFileWithFileTargetAndStart) {
+// The file commands work on tagged rigs: two of the same CMU skeleton, beside the untagged
+// models of the fixture. The saved file shows the range asked for; a load shows its start
+// frame in the blob of the model it was given, and nowhere else.
+class TrovoFileWiring : public CommandWiring {
+protected:
+    void SetUp() override {
+        CommandWiring::SetUp();
+        bvhrig::Skeleton skel;
+        std::string error;
+        ASSERT_TRUE(bvhrig::ReadBvh(std::string(TROVO_TEST_DATA) + "/bvh/cmu_mb2010/02_01.bvh", skel, &error))
+            << error;
+        for (ORV::Model* model : {&walker, &runner}) {
+            *model = bvhrig::BuildBvhRig(Root(), skel, model == &walker ? L"Walker" : L"Runner").model;
+            ASSERT_TRUE(model->IsValid());
+            Exec(L"SetStructureFile", {model->GetRef(), S(L"biped")});
+            for (const auto& pair : bvhrig::CmuMotionBuilderTagging())
+                Exec(L"SetTagValue", {model->GetRef(), S(pair.first.c_str()), S(pair.second.c_str()), 1});
+            Exec(L"ApplyTagsToRig", {model->GetRef()});
+            ASSERT_TRUE(modelmaptest::FindProperty(*model, L"ZUKGlue").IsValid());
+        }
+        char folder[] = "/tmp/trovo_wiring_XXXXXX";
+        ASSERT_NE(mkdtemp(folder), nullptr);
+        dir = folder;
+        file = dir + "/walk.trovo";
+    }
+    void TearDown() override {
+        std::remove(file.c_str());
+        rmdir(dir.c_str());
+    }
+
+    // The insertion frame stored in the model's motion blob; -1 when it has none. Read from a
+    // copy, so that no reader's address is left in the scene's blob.
+    static int InsertionFrame(const ORV::Model& model) {
+        ORV::Property property;
+        for (long i = 0; i < model.GetProperties().GetCount(); ++i)
+            if (ORV::Property(model.GetProperties()[i]).GetName() == ORV::CString(ZUK::RetargetOp::DATA_NAME))
+                property = ORV::Property(model.GetProperties()[i]);
+        if (!property.IsValid()) return -1;
+        const unsigned char* bytes = nullptr;
+        unsigned int size = 0;
+        ORV::UserDataBlob(property.GetRef()).GetValue(bytes, size);
+        std::vector<unsigned char> copy(bytes, bytes + size);
+        ZUK::RetargetOp op;
+        if (!op.LoadMotionDataFromBuffer(copy.data(), size)) return -1;
+        return op.insertionFrame;
+    }
+
+    modelmaptest::FactoryData factory;
+    ORV::Model walker;
+    ORV::Model runner;
+    std::string dir;
+    std::string file;
+};
+
+TEST_F(TrovoFileWiring, LoadTrovoFileLoadsTheFileOntoTheTargetFromTheStart) {
+    Exec(L"SaveTrovoFile", {walker.GetRef(), S(bvhrig::Widen(file).c_str()), 1, 30});
+    ExpectBoolAnswer(true);
+    Exec(L"LoadTrovoFile", {runner.GetRef(), S(bvhrig::Widen(file).c_str()), 12});
+    ExpectBoolAnswer(true);
+    EXPECT_EQ(InsertionFrame(runner), 12);
+    EXPECT_EQ(InsertionFrame(walker), -1);
+}
+
+TEST_F(TrovoFileWiring, LoadTrovoFileWithoutStartLoadsFromFrameZero) {
+    Exec(L"SaveTrovoFile", {walker.GetRef(), S(bvhrig::Widen(file).c_str()), 1, 30});
+    Exec(L"LoadTrovoFile", {runner.GetRef(), S(bvhrig::Widen(file).c_str())});
+    ExpectBoolAnswer(true);
+    EXPECT_EQ(InsertionFrame(runner), 0);
+}
+
+TEST_F(TrovoFileWiring, LoadTrovoFileReadsTheFileItNamesBeforeTheTarget) {
+    // The file is read first: a missing one is named, then the untagged target is refused.
     Exec(L"LoadTrovoFile", {rig.GetRef(), S(L"walk.trovo"), 12});
-    EXPECT_EQ(log, Placeholder(L"LoadTrovoFile", L"\"walk.trovo\", Rig, 12"));
+    EXPECT_EQ(log, (Lines{{L"Could not read the Trovo file walk.trovo.", 4},
+                          {L"Failed to read destmodel map from source model.", 4}}));
     ExpectBoolAnswer(false);
 }
 
-TEST_F(CommandWiring, LoadTrovoFileWithoutStartCallsLoadTrovoFileWithZero) {
-    Exec(L"LoadTrovoFile", {rig.GetRef(), S(L"walk.trovo")});
-    EXPECT_EQ(log, Placeholder(L"LoadTrovoFile", L"\"walk.trovo\", Rig, 0"));
-    ExpectBoolAnswer(false);
-}
+TEST_F(TrovoFileWiring, SaveTrovoFileSavesTheModelOverItsRange) {
+    Exec(L"SaveTrovoFile", {walker.GetRef(), S(bvhrig::Widen(file).c_str()), 5, 25});
+    ExpectBoolAnswer(true);
+    std::ifstream in(file);
+    const std::string xml((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_NE(xml.find("<AnimationLength>21</AnimationLength>"), std::string::npos);
+    EXPECT_NE(xml.find("<POSE time=\"5\">"), std::string::npos);
+    EXPECT_NE(xml.find("<POSE time=\"25\">"), std::string::npos);
+    EXPECT_EQ(xml.find("<POSE time=\"26\">"), std::string::npos);
+    EXPECT_NE(xml.find("name=\"Hips\""), std::string::npos);
 
-TEST_F(CommandWiring, SaveTrovoFileCallsSaveTrovoFileWithModelFileStartAndEnd) {
+    // An untagged model in its place is refused with the structure's words.
     Exec(L"SaveTrovoFile", {rig.GetRef(), S(L"out.trovo"), 5, 25});
-    EXPECT_EQ(log, Placeholder(L"SaveTrovoFile", L"Rig, \"out.trovo\", 5, 25"));
+    EXPECT_EQ(log, (Lines{{L"Cannot create structure.", 4}}));
     ExpectBoolAnswer(false);
 }
 
