@@ -327,6 +327,7 @@ protected:
         std::string failed = CapturePath(1.0, "identity", p->identity);
         if (failed.empty()) failed = CapturePath(1.5, "scaled", p->scaled);
         if (failed.empty()) failed = RigToRigPath();
+        if (getenv("E2E_DEBUG")) std::system(("rm -rf /tmp/s3e2e_keep; cp -r " + scratch->path + " /tmp/s3e2e_keep").c_str());
         return failed;
     }
 
@@ -400,6 +401,12 @@ protected:
                                     pose.position[joint][2] * k);
                 const double distance = (PositionOf(at->second) - want).GetLength() / (k * p->height);
                 const std::string where = name + " at frame " + std::to_string(frame);
+                if (getenv("E2E_DEBUG") && (pair.first == L"lthigh" || pair.first == L"lupperarm" || pair.first == L"lfoot" || pair.first==L"chest")) {
+                    CVector3 ax, wax; double an=0, wan=0;
+                    ax = CRotation(diff).GetAxisAngle(an);
+                    (void)wax; (void)wan;
+                    std::printf("DBG %s f%d ang %.4g axis %.3f %.3f %.3f dist %.4g\n", name.c_str(), frame, angle, ax.x, ax.y, ax.z, distance);
+                }
                 if (StraightLimbNode(pose, node)) {
                     ++e.straightSeen;
                     if (angle > e.straightLimb) e.worstStraight = where;

@@ -22,8 +22,8 @@
 //   With `poseFrame` the rig is built in the pose of that frame instead: each null turned as its
 //   joint is at the frame (the rig's own rest pose is then that pose), the root at the frame's
 //   position when `poseRootTranslation`, else at its offset; chains, goals and up-vectors are
-//   placed so that the solved chains show that pose (a limb straight at the frame bends to its
-//   rest side, or `bend`, carried by the upper joint's turn).
+//   placed so that the solved chains show that pose (a limb straight at the frame, within
+//   `straightAngle`, bends to its rest side, or `bend`, carried by the upper joint's turn).
 // - Tagging: the pairs (structure node, joint) of a skeleton, with the tables of the CMU
 //   skeletons of tests/data; AlignAndRoll expresses a structure item's canonical directions in
 //   an object's own space (negated for a mirrored object); TagRigByProperties writes "ZUKTag"
@@ -236,6 +236,10 @@ struct RigOptions {
     // With `poseFrame`: the root stands at the frame's position channels (scaled) rather than at
     // its offset.
     bool poseRootTranslation = false;
+    // With `poseFrame`: a limb whose middle joint lies closer than this angle (radians, seen from
+    // the upper joint) to the line to its end joint counts as straight: a capture's straight
+    // limbs are rarely straight to the last digit, and the side their noise points to is no bend.
+    double straightAngle = 1e-3;
 };
 
 struct IKLimb {
@@ -382,12 +386,13 @@ inline BvhRig BuildBvhRig(ORV::X3DObject parent, const Skeleton& s, const std::w
         auto across = [](const CVector3& v, const CVector3& line) {
             return v - line * (v.Dot(line) / line.GetLengthSquared());
         };
+        const double straight = posed ? std::sin(o.straightAngle) : 1e-9;
         CVector3 side = across(mid - start, along);
-        if (side.GetLength() < 1e-9 * along.GetLength()) {
+        if (side.GetLength() < straight * along.GetLength()) {
             // Straight: the side it bends to at rest, turned as the upper joint is turned.
             const CVector3 restAlong = atRest[e] - atRest[i];
             CVector3 restSide = across(atRest[m] - atRest[i], restAlong);
-            if (restSide.GetLength() < 1e-9 * restAlong.GetLength()) restSide = across(l.bend, restAlong);
+            if (restSide.GetLength() < straight * restAlong.GetLength()) restSide = across(l.bend, restAlong);
             const Vec3 turned = Apply3(turn[i], Vec3{restSide.x, restSide.y, restSide.z});
             side = across(CVector3(turned[0], turned[1], turned[2]), along);
         }
