@@ -142,6 +142,7 @@ protected:
         // The capture is measured at its frame 0, so the rig stands in that pose when tagged.
         options.poseFrame = 0;
         options.poseRootTranslation = true;
+        options.bendFromMotion = true;
         bvhrig::BvhRig rig =
             bvhrig::BuildBvhRig(ORV::Application().GetActiveSceneRoot(), p->skel, name, options);
         return rig;

@@ -240,6 +240,11 @@ struct RigOptions {
     // the upper joint) to the line to its end joint counts as straight: a capture's straight
     // limbs are rarely straight to the last digit, and the side their noise points to is no bend.
     double straightAngle = 1e-3;
+    // With `poseFrame`: a limb straight at the frame bends to the side it bends to at the first
+    // later frame where it is bent by `bendAngle` or more, that side kept in the upper joint's
+    // axes, rather than to its rest side.
+    bool bendFromMotion = false;
+    double bendAngle = 0.1;
 };
 
 struct IKLimb {
@@ -389,10 +394,26 @@ inline BvhRig BuildBvhRig(ORV::X3DObject parent, const Skeleton& s, const std::w
         const double straight = posed ? std::sin(o.straightAngle) : 1e-9;
         CVector3 side = across(mid - start, along);
         if (side.GetLength() < straight * along.GetLength()) {
-            // Straight: the side it bends to at rest, turned as the upper joint is turned.
+            // Straight: the side it bends to at rest, turned as the upper joint is turned; with
+            // `bendFromMotion`, the side it bends to at the next frame where it bends, as the upper
+            // joint sees it there.
             const CVector3 restAlong = atRest[e] - atRest[i];
             CVector3 restSide = across(atRest[m] - atRest[i], restAlong);
             if (restSide.GetLength() < straight * restAlong.GetLength()) restSide = across(l.bend, restAlong);
+            for (size_t f = o.poseFrame + 1; o.bendFromMotion && f < s.frames.size(); ++f) {
+                const GlobalPose later = ForwardKinematics(s, static_cast<int>(f));
+                const CVector3 a(later.position[i][0], later.position[i][1], later.position[i][2]);
+                const CVector3 b(later.position[m][0], later.position[m][1], later.position[m][2]);
+                const CVector3 c(later.position[e][0], later.position[e][1], later.position[e][2]);
+                if (std::fabs((b - a).GetAngle(c - a)) < o.bendAngle) continue;
+                const CVector3 w = across(b - a, c - a);
+                // Into the upper joint's own axes at that frame: the transpose of its rotation.
+                const Mat3& r = later.rotation[i];
+                restSide.Set(r[0][0] * w.x + r[1][0] * w.y + r[2][0] * w.z,
+                             r[0][1] * w.x + r[1][1] * w.y + r[2][1] * w.z,
+                             r[0][2] * w.x + r[1][2] * w.y + r[2][2] * w.z);
+                break;
+            }
             const Vec3 turned = Apply3(turn[i], Vec3{restSide.x, restSide.y, restSide.z});
             side = across(CVector3(turned[0], turned[1], turned[2]), along);
         }
