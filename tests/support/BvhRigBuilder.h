@@ -19,6 +19,11 @@
 //   joints below the end hang under the goal); the up-vector null "<upper>Up", under the
 //   model, stands on the side toward which the middle joint bends (for a straight limb: the
 //   limb's `bend` direction), so that the solved chain puts every joint at its rest position.
+//   With `poseFrame` the rig is built in the pose of that frame instead: each null turned as its
+//   joint is at the frame (the rig's own rest pose is then that pose), the root at the frame's
+//   position when `poseRootTranslation`, else at its offset; chains, goals and up-vectors are
+//   placed so that the solved chains show that pose (a limb straight at the frame, within
+//   `straightAngle`, bends to its rest side, or `bend`, carried by the upper joint's turn).
 // - Tagging: the pairs (structure node, joint) of a skeleton, with the tables of the CMU
 //   skeletons of tests/data; AlignAndRoll expresses a structure item's canonical directions in
 //   an object's own space (negated for a mirrored object); TagRigByProperties writes "ZUKTag"
@@ -226,6 +231,20 @@ struct RigOptions {
     std::vector<Limb> legs, arms;
     bool ikLegs = false;
     bool ikArms = false;
+    // The frame whose pose the rig is built in; -1 for the rest pose (offsets only, no turns).
+    int poseFrame = -1;
+    // With `poseFrame`: the root stands at the frame's position channels (scaled) rather than at
+    // its offset.
+    bool poseRootTranslation = false;
+    // With `poseFrame`: a limb whose middle joint lies closer than this angle (radians, seen from
+    // the upper joint) to the line to its end joint counts as straight: a capture's straight
+    // limbs are rarely straight to the last digit, and the side their noise points to is no bend.
+    double straightAngle = 1e-3;
+    // With `poseFrame`: a limb straight at the frame bends to the side it bends to at the first
+    // later frame where it is bent by `bendAngle` or more, that side kept in the upper joint's
+    // axes, rather than to its rest side.
+    bool bendFromMotion = false;
+    double bendAngle = 0.1;
 };
 
 struct IKLimb {
@@ -239,8 +258,11 @@ struct BvhRig {
     ORV::Model model;
     // The object of each joint, by the joint's index in the skeleton.
     std::vector<ORV::X3DObject> joints;
-    // Rest position of each joint, as built.
+    // Rest position of each joint, as built (in the pose of `poseFrame` when one was given).
     std::vector<ORV::MATH::CVector3> rest;
+    // Global rotation of each joint's null as built, in the host's row convention (identity
+    // unless built in a frame's pose; for the bones of a chain, the joint's, not the bone's).
+    std::vector<ORV::MATH::CMatrix3> restRotation;
     // Legs first, then arms, in the order of the options; only those built as chains.
     std::vector<IKLimb> ikLimbs;
 
@@ -258,6 +280,26 @@ inline ORV::Null AddNullAtPosition(ORV::X3DObject parent, const std::wstring& na
     t.SetTranslation(at);
     n.GetKinematics().GetGlobal().PutTransform(t);
     return n;
+}
+
+// A null at a global position and rotation (a row-convention matrix).
+inline ORV::Null AddNullAtPose(ORV::X3DObject parent, const std::wstring& name, const ORV::MATH::CVector3& at,
+                               const ORV::MATH::CMatrix3& rotation) {
+    ORV::Null n;
+    parent.AddNull(name.c_str(), n);
+    ORV::MATH::CTransformation t;
+    t.SetRotationFromMatrix3(rotation);
+    t.SetTranslation(at);
+    n.GetKinematics().GetGlobal().PutTransform(t);
+    return n;
+}
+
+// A column-convention matrix of the forward kinematics as the host's row matrix.
+inline ORV::MATH::CMatrix3 HostMatrix(const Mat3& m) {
+    ORV::MATH::CMatrix3 r;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) r.Set(i, j, m[j][i]);
+    return r;
 }
 
 // The factor on the offset of each joint: the whole scale, times the limb scale below a
@@ -282,11 +324,39 @@ inline BvhRig BuildBvhRig(ORV::X3DObject parent, const Skeleton& s, const std::w
     rig.joints.resize(n);
     rig.rest.resize(n);
     const std::vector<double> factor = OffsetFactors(s, o);
+    // Rest positions (offsets only) and, when posed, the frame's global pose, offsets scaled.
+    std::vector<CVector3> atRest(n);
+    std::vector<Mat3> turn(n, Identity3());
+    const bool posed = o.poseFrame >= 0 && o.poseFrame < static_cast<int>(s.frames.size());
     for (size_t i = 0; i < n; ++i) {
         const Joint& j = s.joints[i];
         const CVector3 offset(j.offset[0] * factor[i], j.offset[1] * factor[i], j.offset[2] * factor[i]);
-        rig.rest[i] = j.parent < 0 ? offset : rig.rest[j.parent] + offset;
+        atRest[i] = j.parent < 0 ? offset : atRest[j.parent] + offset;
+        if (!posed) {
+            rig.rest[i] = atRest[i];
+            continue;
+        }
+        const std::vector<double>& values = s.frames[o.poseFrame];
+        Vec3 t{offset.x, offset.y, offset.z};
+        Mat3 r = Identity3();
+        for (size_t c = 0; c < j.channels.size(); ++c) {
+            const double v = values[j.firstValue + c];
+            if (j.channels[c] <= ZROT)
+                r = Mul3(r, AxisRotation(j.channels[c], v));
+            else if (j.parent >= 0 || o.poseRootTranslation)
+                t[j.channels[c] - XPOS] = v * factor[i];
+        }
+        if (j.parent < 0) {
+            rig.rest[i] = CVector3(t[0], t[1], t[2]);
+            turn[i] = r;
+        } else {
+            const Vec3 moved = Apply3(turn[j.parent], t);
+            rig.rest[i] = rig.rest[j.parent] + CVector3(moved[0], moved[1], moved[2]);
+            turn[i] = Mul3(turn[j.parent], r);
+        }
     }
+    rig.restRotation.resize(n);
+    for (size_t i = 0; i < n; ++i) rig.restRotation[i] = HostMatrix(turn[i]);
 
     // Joints that a chain or a goal replaces, by index: the limb they belong to.
     std::vector<const Limb*> chainUpper(n, nullptr), chainPart(n, nullptr), goalOf(n, nullptr);
@@ -310,7 +380,7 @@ inline BvhRig BuildBvhRig(ORV::X3DObject parent, const Skeleton& s, const std::w
         // The middle joint and the goal are made with their chain (the upper joint comes first).
         if (chainPart[i] || goalOf[i]) continue;
         if (!chainUpper[i]) {
-            rig.joints[i] = AddNullAtPosition(under, j.name, rig.rest[i]);
+            rig.joints[i] = AddNullAtPose(under, j.name, rig.rest[i], rig.restRotation[i]);
             continue;
         }
         const Limb& l = *chainUpper[i];
@@ -318,9 +388,34 @@ inline BvhRig BuildBvhRig(ORV::X3DObject parent, const Skeleton& s, const std::w
         const CVector3 start = rig.rest[i], mid = rig.rest[m], end = rig.rest[e];
         const CVector3 along = end - start;
         // The side the middle joint lies on, across the line from start to end.
-        CVector3 side = (mid - start) - along * ((mid - start).Dot(along) / along.GetLengthSquared());
-        if (side.GetLength() < 1e-9 * along.GetLength()) {
-            side = l.bend - along * (l.bend.Dot(along) / along.GetLengthSquared());
+        auto across = [](const CVector3& v, const CVector3& line) {
+            return v - line * (v.Dot(line) / line.GetLengthSquared());
+        };
+        const double straight = posed ? std::sin(o.straightAngle) : 1e-9;
+        CVector3 side = across(mid - start, along);
+        if (side.GetLength() < straight * along.GetLength()) {
+            // Straight: the side it bends to at rest, turned as the upper joint is turned; with
+            // `bendFromMotion`, the side it bends to at the next frame where it bends, as the upper
+            // joint sees it there.
+            const CVector3 restAlong = atRest[e] - atRest[i];
+            CVector3 restSide = across(atRest[m] - atRest[i], restAlong);
+            if (restSide.GetLength() < straight * restAlong.GetLength()) restSide = across(l.bend, restAlong);
+            for (size_t f = o.poseFrame + 1; o.bendFromMotion && f < s.frames.size(); ++f) {
+                const GlobalPose later = ForwardKinematics(s, static_cast<int>(f));
+                const CVector3 a(later.position[i][0], later.position[i][1], later.position[i][2]);
+                const CVector3 b(later.position[m][0], later.position[m][1], later.position[m][2]);
+                const CVector3 c(later.position[e][0], later.position[e][1], later.position[e][2]);
+                if (std::fabs((b - a).GetAngle(c - a)) < o.bendAngle) continue;
+                const CVector3 w = across(b - a, c - a);
+                // Into the upper joint's own axes at that frame: the transpose of its rotation.
+                const Mat3& r = later.rotation[i];
+                restSide.Set(r[0][0] * w.x + r[1][0] * w.y + r[2][0] * w.z,
+                             r[0][1] * w.x + r[1][1] * w.y + r[2][1] * w.z,
+                             r[0][2] * w.x + r[1][2] * w.y + r[2][2] * w.z);
+                break;
+            }
+            const Vec3 turned = Apply3(turn[i], Vec3{restSide.x, restSide.y, restSide.z});
+            side = across(CVector3(turned[0], turned[1], turned[2]), along);
         }
         side.NormalizeInPlace();
         CVector3 normal;
@@ -333,7 +428,7 @@ inline BvhRig BuildBvhRig(ORV::X3DObject parent, const Skeleton& s, const std::w
         if (limb.root.AddBone(end, s.joints[m].name.c_str(), limb.lower) != ORV::CStatus::OK) return BvhRig();
         limb.effector = limb.root.GetEffector();
         // The goal stands under the model, so that it stays where it is put.
-        limb.goal = AddNullAtPosition(rig.model, l.end, end);
+        limb.goal = AddNullAtPose(rig.model, l.end, end, rig.restRotation[e]);
         limb.upVector = AddNullAtPosition(rig.model, j.name + L"Up", mid + side * (mid - start).GetLength());
         ORV::Constraint c;
         limb.effector.GetKinematics().AddConstraint(L"Position", limb.goal, c);
