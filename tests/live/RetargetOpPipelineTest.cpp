@@ -474,12 +474,11 @@ TEST_F(LivePipeline, ADecomposedNodeGetsDecompOperatorsAndNoGlobalOne) {
     live.Record(kFrames);
     live.Install(1);
     const int lhand = live.NodeIndex(L"lhand");
-    // The structure read back from the model also pairs its unused channels, as an empty target,
-    // with an object; that entry comes first and is no decomposition.
+    // The structure read back from the model stores its unused channels as empty targets; they
+    // take no object, so the twist is the hand's only decomposition.
     const std::vector<ZUK::DecompMap>& decomps = live.map->nodes[static_cast<size_t>(lhand)].decomps;
-    ASSERT_EQ(decomps.size(), 2u);
-    EXPECT_EQ(decomps[0].tagName, ORV::CString(L""));
-    EXPECT_EQ(decomps[1].tagName, ORV::CString(L"lforearmtwist"));
+    ASSERT_EQ(decomps.size(), 1u);
+    EXPECT_EQ(decomps[0].tagName, ORV::CString(L"lforearmtwist"));
     std::vector<std::wstring> onHand, onTwist;
     for (const Wired& w : Wiring(live)) {
         if (w.output == L"Walker.LeftHand.kine.global") onHand.push_back(Describe(w));
@@ -491,7 +490,7 @@ TEST_F(LivePipeline, ADecomposedNodeGetsDecompOperatorsAndNoGlobalOne) {
                   L"RetargetDecompOp -> Walker.LeftForeArmTwist.kine.local <- Walker.LeftForeArm.kine.global "
                   L"Walker.RetargetAdjustPPG.LeftHandsrc_lforearmtwist=" +
                   std::to_wstring(lhand) +
-                  L" Walker.RetargetAdjustPPG.LeftHanddecomp_lforearmtwist=1 Walker.ZUKRetargetOp"}));
+                  L" Walker.RetargetAdjustPPG.LeftHanddecomp_lforearmtwist=0 Walker.ZUKRetargetOp"}));
     // It runs: the twist object turns with the hand about the forearm.
     live.WarmUp(21.0);
     const ORV::X3DObject twist = live.rig.model.FindChild(L"LeftForeArmTwist");
