@@ -3,7 +3,9 @@
 // a file is written whole to a temporary name before it replaces the target.
 #include "CharacterFiles.h"
 
+#include <assimp/BaseImporter.h>
 #include <assimp/config.h>
+#include <assimp/importerdesc.h>
 #include <assimp/scene.h>
 #include <sys/stat.h>
 
@@ -217,7 +219,23 @@ bool WriteWhole(const std::string& path, const void* data, std::size_t size, std
     return true;
 }
 
-void ConfigureImporter(Assimp::Importer& importer) {
+// Only the readers of the file's suffix stay. Otherwise a file that its own reader refuses is
+// offered by content to every other reader Assimp has, formats we never meant to take, with
+// bugs of their own on damaged input.
+void KeepReadersOf(Assimp::Importer& importer, const std::string& suffix) {
+    for (std::size_t i = importer.GetImporterCount(); i-- > 0;) {
+        const aiImporterDesc* desc = importer.GetImporterInfo(i);
+        std::istringstream extensions(desc && desc->mFileExtensions ? desc->mFileExtensions : "");
+        bool reads = false;
+        for (std::string extension; extensions >> extension;) reads = reads || Lower(extension) == suffix;
+        if (reads) continue;
+        Assimp::BaseImporter* reader = importer.GetImporter(i);
+        if (reader && importer.UnregisterLoader(reader) == aiReturn_SUCCESS) delete reader;
+    }
+}
+
+void ConfigureImporter(Assimp::Importer& importer, const std::string& suffix) {
+    KeepReadersOf(importer, suffix);
     // Assimp makes a stick-figure mesh for files without meshes (BVH); we want the bones only.
     importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
     // FBX pivots would come in as extra helper nodes that the file's author never saw.
@@ -251,6 +269,146 @@ bool IsMadeUpRoot(const aiNode* root, const std::string& suffix) {
     const bool named = ((suffix == "glb" || suffix == "gltf" || suffix == "dae") && name == "ROOT") ||
                        (suffix == "fbx" && name == "RootNode");
     return named && root->mNumMeshes == 0 && root->mTransformation.IsIdentity();
+}
+
+// --- BVH hierarchy --------------------------------------------------------------------------
+
+// Assimp's BVH reader keeps the joints it has read outside the scene until a node closes, so a
+// token that stops it midway loses them, and it goes on writing a joint's channels through a
+// reference that reading a deeper joint may have moved. Its recursion also has no depth
+// bound. A hierarchy is therefore read here first, by the same tokens but stricter (offsets and
+// channels before the joints, plain decimal numbers, bounded depth and size), and only a sound
+// one goes on to Assimp. The motion part is left to Assimp, which loses nothing there.
+class BvhTokens {
+public:
+    explicit BvhTokens(const std::vector<unsigned char>& bytes) : m_bytes(bytes) {}
+
+    // The next token: a run of non-blank bytes, or a lone brace at its start; empty at the end.
+    std::string Next() {
+        while (m_at < m_bytes.size() && std::isspace(m_bytes[m_at])) {
+            if (m_bytes[m_at] == '\n') ++m_line;
+            ++m_at;
+        }
+        std::string token;
+        while (m_at < m_bytes.size() && !std::isspace(m_bytes[m_at])) {
+            token.push_back(static_cast<char>(m_bytes[m_at++]));
+            if (token == "{" || token == "}") break;
+        }
+        m_lineOfLast = m_line;
+        return token;
+    }
+    int Line() const { return m_lineOfLast; }
+
+private:
+    const std::vector<unsigned char>& m_bytes;
+    std::size_t m_at = 0;
+    int m_line = 1;
+    int m_lineOfLast = 1;
+};
+
+// Digits with an optional sign, fraction and exponent ("1." and ".5" too): the numbers BVH
+// writers write.
+bool IsBvhNumber(const std::string& token) {
+    std::size_t i = 0;
+    const auto digits = [&] {
+        const std::size_t from = i;
+        while (i < token.size() && token[i] >= '0' && token[i] <= '9') ++i;
+        return i > from;
+    };
+    if (token.empty() || token.size() > 64) return false;
+    if (token[i] == '-' || token[i] == '+') ++i;
+    const bool whole = digits();
+    if (i < token.size() && token[i] == '.') {
+        ++i;
+        if (!digits() && !whole) return false;
+    } else if (!whole) {
+        return false;
+    }
+    if (i < token.size() && (token[i] == 'e' || token[i] == 'E')) {
+        ++i;
+        if (i < token.size() && (token[i] == '-' || token[i] == '+')) ++i;
+        if (!digits()) return false;
+    }
+    return i == token.size();
+}
+
+bool IsBvhChannel(const std::string& token) {
+    static const std::set<std::string> kChannels = {"Xposition", "Yposition", "Zposition",
+                                                    "Xrotation", "Yrotation", "Zrotation"};
+    return kChannels.count(token) > 0;
+}
+
+// Empty when the hierarchy is sound; else why not, in words for the user.
+std::wstring BvhHierarchyFault(const std::vector<unsigned char>& bytes) {
+    BvhTokens in(bytes);
+    std::string token;
+    const auto fault = [&](const std::string& expected) {
+        const std::string found = token.empty() ? "the end of the file" : "\"" + token.substr(0, 40) + "\"";
+        return L"its BVH hierarchy is damaged: line " + std::to_wstring(in.Line()) + L" has " + Wide(found) +
+               L" where " + Wide(expected) + L" belongs";
+    };
+    const auto numbers = [&](int count) {
+        for (int k = 0; k < count; ++k)
+            if (!IsBvhNumber(token = in.Next())) return false;
+        return true;
+    };
+    if ((token = in.Next()) != "HIERARCHY") return fault("\"HIERARCHY\"");
+    if ((token = in.Next()) != "ROOT") return fault("\"ROOT\"");
+    // One entry per open joint: whether one of its children has been read already.
+    std::vector<bool> open;
+    long nodes = 0;
+    std::string kind = "ROOT";
+    while (true) {
+        // A joint: its name and its opening brace.
+        token = in.Next();
+        if (token.empty() || token == "{" || token == "}") return fault("the name of a " + kind + " joint");
+        if ((token = in.Next()) != "{") return fault("\"{\"");
+        open.push_back(false);
+        if (static_cast<int>(open.size()) > kMaxCharacterDepth)
+            return L"its node hierarchy is deeper than " + std::to_wstring(kMaxCharacterDepth) + L" levels";
+        if (++nodes >= kMaxCharacterNodes)
+            return L"it has " + std::to_wstring(kMaxCharacterNodes) +
+                   L" nodes or more; a model takes at most " + std::to_wstring(kMaxCharacterNodes - 1);
+        // Its body, up to the next joint or to the end of the hierarchy.
+        bool nextJoint = false;
+        while (!nextJoint && !open.empty()) {
+            token = in.Next();
+            if (token == "OFFSET" && !open.back()) {
+                if (!numbers(3)) return fault("a number of an OFFSET");
+            } else if (token == "CHANNELS" && !open.back()) {
+                token = in.Next();
+                if (token.empty() || token.size() > 2 ||
+                    !std::all_of(token.begin(), token.end(), [](char c) { return c >= '0' && c <= '9'; }))
+                    return fault("the number of CHANNELS");
+                const int count = std::stoi(token);
+                for (int k = 0; k < count; ++k)
+                    if (!IsBvhChannel(token = in.Next()))
+                        return fault("a channel name (Xposition ... Zrotation)");
+            } else if (token == "JOINT") {
+                open.back() = true;
+                kind = "JOINT";
+                nextJoint = true;
+            } else if (token == "End") {
+                open.back() = true;
+                if ((token = in.Next()) != "Site") return fault("\"Site\" after \"End\"");
+                if ((token = in.Next()) != "{") return fault("\"{\"");
+                if (++nodes >= kMaxCharacterNodes)
+                    return L"it has " + std::to_wstring(kMaxCharacterNodes) +
+                           L" nodes or more; a model takes at most " +
+                           std::to_wstring(kMaxCharacterNodes - 1);
+                while ((token = in.Next()) != "}") {
+                    if (token != "OFFSET") return fault("\"OFFSET\" or \"}\" in an End Site");
+                    if (!numbers(3)) return fault("a number of an OFFSET");
+                }
+            } else if (token == "}") {
+                open.pop_back();
+            } else {
+                return fault(open.back() ? "\"JOINT\", \"End Site\" or \"}\""
+                                         : "\"OFFSET\", \"CHANNELS\", \"JOINT\", \"End Site\" or \"}\"");
+            }
+        }
+        if (open.empty()) return L"";
+    }
 }
 
 // --- The stored record of an imported file --------------------------------------------------
@@ -480,8 +638,13 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
         }
     }
 
+    if (Suffix(path) == "bvh") {
+        error = BvhHierarchyFault(bytes);
+        if (!error.empty()) return nullptr;
+    }
+
     Assimp::Importer importer;
-    ConfigureImporter(importer);
+    ConfigureImporter(importer, Suffix(path));
     const aiScene* scene = importer.ReadFile(path, 0);
     if (!scene) {
         error = L"Assimp cannot read it: " + Wide(importer.GetErrorString());
@@ -941,7 +1104,7 @@ bool ExportCharacter(const std::string& path, Object3D* model, const CharacterEx
     // The scene to write: the stored file (meshes, skins, materials, its own node tree), or
     // the nodes alone.
     Assimp::Importer importer;
-    ConfigureImporter(importer);
+    ConfigureImporter(importer, Lower(record.format));
     std::unique_ptr<aiScene> scene;
     if (imported && !record.bytes.empty()) {
         if (importer.ReadFileFromMemory(record.bytes.data(), record.bytes.size(), 0, record.format.c_str()))
