@@ -411,6 +411,97 @@ std::wstring BvhHierarchyFault(const std::vector<unsigned char>& bytes) {
     }
 }
 
+// --- glTF node hierarchy --------------------------------------------------------------------
+
+// Assimp reads glTF recursively, both the JSON and the node hierarchy, so a file nested a few
+// thousand levels deep takes the process down, and a node among its own descendants never
+// ends. The JSON's nesting and the hierarchy's depth are measured here first, without
+// recursion; a JSON text that does not parse is left to Assimp, which says why.
+constexpr int kMaxJsonNesting = 1000;
+
+std::string GltfJson(const std::vector<unsigned char>& bytes) {
+    if (bytes.size() < 20 || !std::equal(bytes.begin(), bytes.begin() + 4, "glTF"))
+        return std::string(bytes.begin(), bytes.end());
+    std::uint32_t length = 0;
+    for (int i = 0; i < 4; ++i) length |= static_cast<std::uint32_t>(bytes[12 + i]) << (8 * i);
+    const std::size_t end = 20 + std::min<std::size_t>(length, bytes.size() - 20);
+    return std::string(bytes.begin() + 20, bytes.begin() + static_cast<std::ptrdiff_t>(end));
+}
+
+int JsonNesting(const std::string& text) {
+    int depth = 0, deepest = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\')
+                ++i;
+            else if (c == '"')
+                inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            deepest = std::max(deepest, ++depth);
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+    }
+    return deepest;
+}
+
+// Empty when the hierarchy can be read; else why not, in words for the user.
+std::wstring GltfHierarchyFault(const std::vector<unsigned char>& bytes) {
+    const std::string text = GltfJson(bytes);
+    if (JsonNesting(text) > kMaxJsonNesting)
+        return L"its JSON nests deeper than " + std::to_wstring(kMaxJsonNesting) + L" levels";
+    const json doc = json::parse(text, nullptr, false);
+    if (!doc.is_object() || !doc.contains("nodes") || !doc["nodes"].is_array()) return L"";
+    const json& nodes = doc["nodes"];
+    // Children by node; a child index out of range is Assimp's to refuse.
+    std::vector<std::vector<std::size_t>> children(nodes.size());
+    std::vector<bool> isChild(nodes.size(), false);
+    for (std::size_t n = 0; n < nodes.size(); ++n) {
+        if (!nodes[n].is_object() || !nodes[n].contains("children") || !nodes[n]["children"].is_array())
+            continue;
+        for (const json& c : nodes[n]["children"]) {
+            if (!c.is_number_unsigned() || c.get<std::size_t>() >= nodes.size()) continue;
+            children[n].push_back(c.get<std::size_t>());
+            isChild[c.get<std::size_t>()] = true;
+        }
+    }
+    // Depth first from every node that is no child, then from what is left: a node never
+    // reached from a top node lies on a loop or below one, and the walk from it meets the loop.
+    std::vector<int> state(nodes.size(), 0);                // 0 unseen, 1 on the current path, 2 done
+    std::vector<std::pair<std::size_t, std::size_t>> path;  // node, next child to visit
+    for (int pass = 0; pass < 2; ++pass) {
+        for (std::size_t top = 0; top < nodes.size(); ++top) {
+            if (state[top] != 0 || (pass == 0 && isChild[top])) continue;
+            path.assign(1, {top, 0});
+            state[top] = 1;
+            while (!path.empty()) {
+                if (static_cast<int>(path.size()) > kMaxCharacterDepth)
+                    return L"its node hierarchy is deeper than " + std::to_wstring(kMaxCharacterDepth) +
+                           L" levels";
+                auto& [node, next] = path.back();
+                if (next == children[node].size()) {
+                    state[node] = 2;
+                    path.pop_back();
+                    continue;
+                }
+                const std::size_t child = children[node][next++];
+                if (state[child] == 1)
+                    return L"its node hierarchy loops: node " + std::to_wstring(child) +
+                           L" is among its own descendants";
+                if (state[child] == 0) {
+                    state[child] = 1;
+                    path.push_back({child, 0});
+                }
+            }
+        }
+    }
+    return L"";
+}
+
 // --- The stored record of an imported file --------------------------------------------------
 
 struct NodeRecord {
@@ -638,8 +729,8 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
         }
     }
 
-    if (Suffix(path) == "bvh") {
-        error = BvhHierarchyFault(bytes);
+    if (Suffix(path) == "bvh" || Suffix(path) == "gltf" || Suffix(path) == "glb") {
+        error = Suffix(path) == "bvh" ? BvhHierarchyFault(bytes) : GltfHierarchyFault(bytes);
         if (!error.empty()) return nullptr;
     }
 

@@ -654,3 +654,33 @@ TEST_F(CharacterFiles, FileIsReadOnlyByTheReaderOfItsSuffix) {
     EXPECT_TRUE(orvhost::Root()->children.empty());
     std::remove(path.c_str());
 }
+
+TEST_F(CharacterFiles, VeryDeepGltfHierarchyIsRefusedBeforeItIsRead) {
+    // Deep enough that a reader recursing once per node would run out of stack.
+    const int n = 100000;
+    std::string text =
+        "{\"asset\":{\"version\":\"2.0\"},\"scene\":0,\"scenes\":[{\"nodes\":[0]}],\"nodes\":[";
+    for (int i = 0; i < n; ++i)
+        text += (i ? "," : "") +
+                (i < n - 1 ? "{\"children\":[" + std::to_string(i + 1) + "]}" : std::string("{}"));
+    text += "]}";
+    ExpectRefused("deep.gltf", text, L"its node hierarchy is deeper than 1000 levels");
+}
+
+TEST_F(CharacterFiles, GltfNodeAmongItsOwnDescendantsIsRefused) {
+    const std::string head =
+        "{\"asset\":{\"version\":\"2.0\"},\"scene\":0,\"scenes\":[{\"nodes\":[0]}],\"nodes\":[";
+    ExpectRefused("loop.gltf",
+                  head +
+                      "{\"name\":\"a\",\"children\":[1]},{\"name\":\"b\",\"children\":[2]},{\"name\":\"c\","
+                      "\"children\":[1]}]}",
+                  L"its node hierarchy loops: node 1 is among its own descendants");
+    ExpectRefused("self.gltf", head + "{\"name\":\"a\",\"children\":[0]}]}",
+                  L"its node hierarchy loops: node 0 is among its own descendants");
+}
+
+TEST_F(CharacterFiles, DeeplyNestedGltfJsonIsRefused) {
+    std::string text = "{\"asset\":{\"version\":\"2.0\"},\"extras\":" + std::string(100000, '[') +
+                       std::string(100000, ']') + "}";
+    ExpectRefused("nested.gltf", text, L"its JSON nests deeper than 1000 levels");
+}
