@@ -517,6 +517,31 @@ struct CharacterRecord {
     std::vector<unsigned char> bytes;  // the file, when it holds more than nodes
 };
 
+// A name as the file has it: a JSON string when it is UTF-8, else its bytes, so that a name
+// in another encoding neither stops the record from being written nor comes back changed.
+json NameValue(const std::string& name) {
+    try {
+        json(name).dump();
+        return name;
+    } catch (const json::exception&) {
+        return json(std::vector<unsigned char>(name.begin(), name.end()));
+    }
+}
+
+bool ReadName(const json& value, std::string& name) {
+    if (value.is_string()) {
+        name = value.get<std::string>();
+        return true;
+    }
+    if (!value.is_array()) return false;
+    name.clear();
+    for (const json& byte : value) {
+        if (!byte.is_number_unsigned() || byte.get<unsigned>() > 255) return false;
+        name.push_back(static_cast<char>(byte.get<unsigned>()));
+    }
+    return true;
+}
+
 std::vector<unsigned char> PackRecord(const CharacterRecord& rec) {
     json j;
     j["format"] = rec.format;
@@ -524,7 +549,7 @@ std::vector<unsigned char> PackRecord(const CharacterRecord& rec) {
     for (const NodeRecord& n : rec.nodes) {
         const std::array<double, 16> m = n.rest.GetMatrix4();
         nodes.push_back(
-            {{"name", n.fileName}, {"object", Utf8(n.object)}, {"parent", n.parent}, {"rest", m}});
+            {{"name", NameValue(n.fileName)}, {"object", Utf8(n.object)}, {"parent", n.parent}, {"rest", m}});
     }
     j["nodes"] = nodes;
     const std::string header = j.dump();
@@ -543,14 +568,17 @@ bool UnpackRecord(const std::vector<unsigned char>& blob, CharacterRecord& rec) 
     if (len > blob.size() - 12) return false;
     const json j = json::parse(blob.begin() + 12, blob.begin() + 12 + len, nullptr, false);
     if (j.is_discarded() || !j.is_object() || !j.contains("nodes") || !j["nodes"].is_array()) return false;
-    rec.format = j.value("format", "");
+    if (!j.contains("format") || !j["format"].is_string()) return false;
+    rec.format = j["format"].get<std::string>();
     for (const json& n : j["nodes"]) {
         if (!n.is_object() || !n.contains("rest") || !n["rest"].is_array() || n["rest"].size() != 16)
             return false;
         NodeRecord r;
-        r.fileName = n.value("name", "");
-        r.object = Wide(n.value("object", ""));
-        r.parent = n.value("parent", -1);
+        if (!n.contains("name") || !ReadName(n["name"], r.fileName)) return false;
+        if (!n.contains("object") || !n["object"].is_string()) return false;
+        r.object = Wide(n["object"].get<std::string>());
+        if (!n.contains("parent") || !n["parent"].is_number_integer()) return false;
+        r.parent = n["parent"].get<int>();
         if (r.parent >= static_cast<int>(rec.nodes.size())) return false;
         std::array<double, 16> m;
         for (int i = 0; i < 16; ++i) {

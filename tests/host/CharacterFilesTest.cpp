@@ -684,3 +684,21 @@ TEST_F(CharacterFiles, DeeplyNestedGltfJsonIsRefused) {
                        std::string(100000, ']') + "}";
     ExpectRefused("nested.gltf", text, L"its JSON nests deeper than 1000 levels");
 }
+
+TEST_F(CharacterFiles, JointNameInAnotherEncodingImportsAndExportsUnchanged) {
+    // "Hüfte" in Latin-1: no UTF-8.
+    const std::string latin1 =
+        "H\xFC"
+        "fte";
+    const std::string path = WriteText("latin1.bvh", Replaced(kSmallBvh, "ROOT hips", "ROOT " + latin1));
+    std::wstring error;
+    orvhost::Object3D* model = orvhost::ImportCharacter(path, orvhost::CharacterImportOptions(), error);
+    ASSERT_NE(nullptr, model) << ORV::CString(error).GetAsciiString();
+    const std::string out = TempPath("latin1_out.bvh");
+    ASSERT_TRUE(orvhost::ExportCharacter(out, model, orvhost::CharacterExportOptions(), error))
+        << ORV::CString(error).GetAsciiString();
+    const std::vector<unsigned char> written = ReadAll(out);
+    EXPECT_NE(std::string(written.begin(), written.end()).find("ROOT " + latin1 + "\n"), std::string::npos);
+    std::remove(path.c_str());
+    std::remove(out.c_str());
+}
