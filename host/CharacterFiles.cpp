@@ -449,13 +449,33 @@ int JsonNesting(const std::string& text) {
     return deepest;
 }
 
-// Empty when the hierarchy can be read; else why not, in words for the user.
+// Empty when the file can go to Assimp; else why not, in words for the user.
 std::wstring GltfHierarchyFault(const std::vector<unsigned char>& bytes) {
     const std::string text = GltfJson(bytes);
     if (JsonNesting(text) > kMaxJsonNesting)
         return L"its JSON nests deeper than " + std::to_wstring(kMaxJsonNesting) + L" levels";
-    const json doc = json::parse(text, nullptr, false);
-    if (!doc.is_object() || !doc.contains("nodes") || !doc["nodes"].is_array()) return L"";
+    // Only the structure counts here: bytes beyond ASCII, which can stand only inside strings,
+    // are made plain, so that text Assimp's parser takes (not all of it UTF-8) parses here too.
+    std::string plain = text;
+    for (char& c : plain)
+        if (static_cast<unsigned char>(c) >= 0x80) c = '?';
+    const json doc = json::parse(plain, nullptr, false);
+    if (!doc.is_object()) return L"";
+    // Assimp's glTF reader follows a skin's inverse bind matrices without looking whether the
+    // skin has them (the format lets them out, meaning identities).
+    if (doc.contains("skins") && doc["skins"].is_array()) {
+        const std::size_t accessors =
+            doc.contains("accessors") && doc["accessors"].is_array() ? doc["accessors"].size() : 0;
+        for (std::size_t k = 0; k < doc["skins"].size(); ++k) {
+            const json& skin = doc["skins"][k];
+            if (!skin.is_object()) continue;
+            const auto found = skin.find("inverseBindMatrices");
+            if (found == skin.end() || !found->is_number_unsigned() || found->get<std::size_t>() >= accessors)
+                return L"its skin " + std::to_wstring(k) +
+                       L" has no inverse bind matrices, which the glTF reader cannot do without";
+        }
+    }
+    if (!doc.contains("nodes") || !doc["nodes"].is_array()) return L"";
     const json& nodes = doc["nodes"];
     // Children by node; a child index out of range is Assimp's to refuse.
     std::vector<std::vector<std::size_t>> children(nodes.size());

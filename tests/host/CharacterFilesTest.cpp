@@ -702,3 +702,15 @@ TEST_F(CharacterFiles, JointNameInAnotherEncodingImportsAndExportsUnchanged) {
     std::remove(path.c_str());
     std::remove(out.c_str());
 }
+
+TEST_F(CharacterFiles, GltfSkinWithoutInverseBindMatricesIsRefused) {
+    const std::string text =
+        "{\"asset\":{\"version\":\"2.0\"},\"scene\":0,\"scenes\":[{\"nodes\":[0]}],"
+        "\"nodes\":[{\"name\":\"root\",\"children\":[1]},{\"name\":\"bone\"}],"
+        "\"skins\":[{\"joints\":[1]}]}";
+    ExpectRefused("skin.gltf", text,
+                  L"its skin 0 has no inverse bind matrices, which the glTF reader cannot do without");
+    // The same with a name that is not UTF-8, which Assimp's JSON parser takes.
+    ExpectRefused("skin_latin1.gltf", Replaced(text, "bone", "b\xF6ne"),
+                  L"its skin 0 has no inverse bind matrices, which the glTF reader cannot do without");
+}
