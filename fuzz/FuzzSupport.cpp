@@ -7,6 +7,7 @@
 #include "FuzzTarget.h"
 #include "HostTesting.h"
 #include "core/FileManager.h"
+#include "mocap/Mocap.h"
 
 namespace trovofuzz {
 
@@ -87,6 +88,14 @@ std::uint32_t TakeSeed(const std::uint8_t*& data, std::size_t& size) {
     std::uint32_t seed = 0;
     for (int k = 0; k < 4 && size > 0; ++k, ++data, --size) seed = (seed << 8) | *data;
     return seed;
+}
+
+void PoseFirstAndLastFrame(ZUK::MocapData& mocap) {
+    int frames = 0;
+    for (int i = 0; i < mocap.nodeCount; ++i)
+        if (mocap.nodes[i].frameCount > frames) frames = mocap.nodes[i].frameCount;
+    mocap.updateTransforms(0);
+    if (frames > 1) mocap.updateTransforms(frames - 1);
 }
 
 }  // namespace trovofuzz

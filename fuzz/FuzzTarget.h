@@ -10,6 +10,10 @@
 #include <map>
 #include <string>
 
+namespace ZUK {
+class MocapData;
+}
+
 namespace trovofuzz {
 
 using Entry = int (*)(const std::uint8_t* data, std::size_t size);
@@ -36,6 +40,10 @@ std::string UseScratchLocations(bool withFactory);
 // Splits an input into a 32-bit seed (its first four bytes, zero when shorter) that drives
 // the order of the reads, and the rest, which is the file.
 std::uint32_t TakeSeed(const std::uint8_t*& data, std::size_t& size);
+
+// What an import does with a capture that reads: the global transforms of its first and last
+// frame.
+void PoseFirstAndLastFrame(ZUK::MocapData& mocap);
 
 }  // namespace trovofuzz
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "FuzzTarget.h"
-#include "core/FileStream.h"
+#include "StreamReads.h"
 
 TROVO_FUZZ_TARGET(binary_stream) {
     trovofuzz::Prepare();
@@ -15,43 +15,6 @@ TROVO_FUZZ_TARGET(binary_stream) {
     if (!in.ok()) return 0;
     const int length = StdFileLength(in.file);
     if (length != static_cast<int>(size)) std::abort();
-    in.setFloatFormat(static_cast<FileStream::FloatFormat>(84 + engine() % 3));
-    for (int step = 0; step < 200; ++step) {
-        switch (engine() % 7) {
-            case 0: {
-                float f;
-                in >> f;
-                break;
-            }
-            case 1: {
-                short s;
-                in >> s;
-                break;
-            }
-            case 2: {
-                unsigned char u;
-                in >> u;
-                break;
-            }
-            case 3: {
-                char c;
-                in >> c;
-                break;
-            }
-            case 4: {
-                std::string s;
-                in.readString(s, static_cast<int>(engine() % 9) - 1);
-                break;
-            }
-            case 5: {
-                char block[64];
-                in.readBytes(block, static_cast<int>(engine() % 65));
-                break;
-            }
-            default:
-                in.seek(static_cast<int>(engine() % (size + 16)));
-                break;
-        }
-    }
+    trovofuzz::ReadBinaryFields(in, engine, 200, static_cast<unsigned>(size + 16));
     return 0;
 }

@@ -13,10 +13,6 @@ TROVO_FUZZ_TARGET(bvh) {
         !file.ReadMotionData(&mocap, false, up))
         return 0;
     file.UpdateEndsite(&mocap);
-    int frames = 0;
-    for (int i = 0; i < mocap.nodeCount; ++i)
-        if (mocap.nodes[i].frameCount > frames) frames = mocap.nodes[i].frameCount;
-    mocap.updateTransforms(0);
-    if (frames > 1) mocap.updateTransforms(frames - 1);
+    trovofuzz::PoseFirstAndLastFrame(mocap);
     return 0;
 }

@@ -3,7 +3,9 @@
 // a file is written whole to a temporary name before it replaces the target.
 #include "CharacterFiles.h"
 
+#include <assimp/BaseImporter.h>
 #include <assimp/config.h>
+#include <assimp/importerdesc.h>
 #include <assimp/scene.h>
 #include <sys/stat.h>
 
@@ -217,7 +219,23 @@ bool WriteWhole(const std::string& path, const void* data, std::size_t size, std
     return true;
 }
 
-void ConfigureImporter(Assimp::Importer& importer) {
+// Only the readers of the file's suffix stay. Otherwise a file that its own reader refuses is
+// offered by content to every other reader Assimp has, formats we never meant to take, with
+// bugs of their own on damaged input.
+void KeepReadersOf(Assimp::Importer& importer, const std::string& suffix) {
+    for (std::size_t i = importer.GetImporterCount(); i-- > 0;) {
+        const aiImporterDesc* desc = importer.GetImporterInfo(i);
+        std::istringstream extensions(desc && desc->mFileExtensions ? desc->mFileExtensions : "");
+        bool reads = false;
+        for (std::string extension; extensions >> extension;) reads = reads || Lower(extension) == suffix;
+        if (reads) continue;
+        Assimp::BaseImporter* reader = importer.GetImporter(i);
+        if (reader && importer.UnregisterLoader(reader) == aiReturn_SUCCESS) delete reader;
+    }
+}
+
+void ConfigureImporter(Assimp::Importer& importer, const std::string& suffix) {
+    KeepReadersOf(importer, suffix);
     // Assimp makes a stick-figure mesh for files without meshes (BVH); we want the bones only.
     importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
     // FBX pivots would come in as extra helper nodes that the file's author never saw.
@@ -253,6 +271,257 @@ bool IsMadeUpRoot(const aiNode* root, const std::string& suffix) {
     return named && root->mNumMeshes == 0 && root->mTransformation.IsIdentity();
 }
 
+// --- BVH hierarchy --------------------------------------------------------------------------
+
+// Assimp's BVH reader keeps the joints it has read outside the scene until a node closes, so a
+// token that stops it midway loses them, and it goes on writing a joint's channels through a
+// reference that reading a deeper joint may have moved. Its recursion also has no depth
+// bound. A hierarchy is therefore read here first, by the same tokens but stricter (offsets and
+// channels before the joints, plain decimal numbers, bounded depth and size), and only a sound
+// one goes on to Assimp. The motion part is left to Assimp, which loses nothing there.
+class BvhTokens {
+public:
+    explicit BvhTokens(const std::vector<unsigned char>& bytes) : m_bytes(bytes) {}
+
+    // The next token: a run of non-blank bytes, or a lone brace at its start; empty at the end.
+    std::string Next() {
+        while (m_at < m_bytes.size() && std::isspace(m_bytes[m_at])) {
+            if (m_bytes[m_at] == '\n') ++m_line;
+            ++m_at;
+        }
+        std::string token;
+        while (m_at < m_bytes.size() && !std::isspace(m_bytes[m_at])) {
+            token.push_back(static_cast<char>(m_bytes[m_at++]));
+            if (token == "{" || token == "}") break;
+        }
+        m_lineOfLast = m_line;
+        return token;
+    }
+    int Line() const { return m_lineOfLast; }
+
+private:
+    const std::vector<unsigned char>& m_bytes;
+    std::size_t m_at = 0;
+    int m_line = 1;
+    int m_lineOfLast = 1;
+};
+
+// Digits with an optional sign, fraction and exponent ("1." and ".5" too): the numbers BVH
+// writers write.
+bool IsBvhNumber(const std::string& token) {
+    std::size_t i = 0;
+    const auto digits = [&] {
+        const std::size_t from = i;
+        while (i < token.size() && token[i] >= '0' && token[i] <= '9') ++i;
+        return i > from;
+    };
+    if (token.empty() || token.size() > 64) return false;
+    if (token[i] == '-' || token[i] == '+') ++i;
+    const bool whole = digits();
+    if (i < token.size() && token[i] == '.') {
+        ++i;
+        if (!digits() && !whole) return false;
+    } else if (!whole) {
+        return false;
+    }
+    if (i < token.size() && (token[i] == 'e' || token[i] == 'E')) {
+        ++i;
+        if (i < token.size() && (token[i] == '-' || token[i] == '+')) ++i;
+        if (!digits()) return false;
+    }
+    return i == token.size();
+}
+
+bool IsBvhChannel(const std::string& token) {
+    static const std::set<std::string> kChannels = {"Xposition", "Yposition", "Zposition",
+                                                    "Xrotation", "Yrotation", "Zrotation"};
+    return kChannels.count(token) > 0;
+}
+
+// Empty when the hierarchy is sound; else why not, in words for the user.
+std::wstring BvhHierarchyFault(const std::vector<unsigned char>& bytes) {
+    BvhTokens in(bytes);
+    std::string token;
+    const auto fault = [&](const std::string& expected) {
+        const std::string found = token.empty() ? "the end of the file" : "\"" + token.substr(0, 40) + "\"";
+        return L"its BVH hierarchy is damaged: line " + std::to_wstring(in.Line()) + L" has " + Wide(found) +
+               L" where " + Wide(expected) + L" belongs";
+    };
+    const auto numbers = [&](int count) {
+        for (int k = 0; k < count; ++k)
+            if (!IsBvhNumber(token = in.Next())) return false;
+        return true;
+    };
+    if ((token = in.Next()) != "HIERARCHY") return fault("\"HIERARCHY\"");
+    if ((token = in.Next()) != "ROOT") return fault("\"ROOT\"");
+    // One entry per open joint: whether one of its children has been read already.
+    std::vector<bool> open;
+    long nodes = 0;
+    std::string kind = "ROOT";
+    while (true) {
+        // A joint: its name and its opening brace.
+        token = in.Next();
+        if (token.empty() || token == "{" || token == "}") return fault("the name of a " + kind + " joint");
+        if ((token = in.Next()) != "{") return fault("\"{\"");
+        open.push_back(false);
+        if (static_cast<int>(open.size()) > kMaxCharacterDepth)
+            return L"its node hierarchy is deeper than " + std::to_wstring(kMaxCharacterDepth) + L" levels";
+        if (++nodes >= kMaxCharacterNodes)
+            return L"it has " + std::to_wstring(kMaxCharacterNodes) +
+                   L" nodes or more; a model takes at most " + std::to_wstring(kMaxCharacterNodes - 1);
+        // Its body, up to the next joint or to the end of the hierarchy.
+        bool nextJoint = false;
+        while (!nextJoint && !open.empty()) {
+            token = in.Next();
+            if (token == "OFFSET" && !open.back()) {
+                if (!numbers(3)) return fault("a number of an OFFSET");
+            } else if (token == "CHANNELS" && !open.back()) {
+                token = in.Next();
+                if (token.empty() || token.size() > 2 ||
+                    !std::all_of(token.begin(), token.end(), [](char c) { return c >= '0' && c <= '9'; }))
+                    return fault("the number of CHANNELS");
+                const int count = std::stoi(token);
+                for (int k = 0; k < count; ++k)
+                    if (!IsBvhChannel(token = in.Next()))
+                        return fault("a channel name (Xposition ... Zrotation)");
+            } else if (token == "JOINT") {
+                open.back() = true;
+                kind = "JOINT";
+                nextJoint = true;
+            } else if (token == "End") {
+                open.back() = true;
+                if ((token = in.Next()) != "Site") return fault("\"Site\" after \"End\"");
+                if ((token = in.Next()) != "{") return fault("\"{\"");
+                if (++nodes >= kMaxCharacterNodes)
+                    return L"it has " + std::to_wstring(kMaxCharacterNodes) +
+                           L" nodes or more; a model takes at most " +
+                           std::to_wstring(kMaxCharacterNodes - 1);
+                while ((token = in.Next()) != "}") {
+                    if (token != "OFFSET") return fault("\"OFFSET\" or \"}\" in an End Site");
+                    if (!numbers(3)) return fault("a number of an OFFSET");
+                }
+            } else if (token == "}") {
+                open.pop_back();
+            } else {
+                return fault(open.back() ? "\"JOINT\", \"End Site\" or \"}\""
+                                         : "\"OFFSET\", \"CHANNELS\", \"JOINT\", \"End Site\" or \"}\"");
+            }
+        }
+        if (open.empty()) return L"";
+    }
+}
+
+// --- glTF node hierarchy --------------------------------------------------------------------
+
+// Assimp reads glTF recursively, both the JSON and the node hierarchy, so a file nested a few
+// thousand levels deep takes the process down, and a node among its own descendants never
+// ends. The JSON's nesting and the hierarchy's depth are measured here first, without
+// recursion; a JSON text that does not parse is left to Assimp, which says why.
+constexpr int kMaxJsonNesting = 1000;
+
+std::string GltfJson(const std::vector<unsigned char>& bytes) {
+    if (bytes.size() < 20 || !std::equal(bytes.begin(), bytes.begin() + 4, "glTF"))
+        return std::string(bytes.begin(), bytes.end());
+    std::uint32_t length = 0;
+    for (int i = 0; i < 4; ++i) length |= static_cast<std::uint32_t>(bytes[12 + i]) << (8 * i);
+    const std::size_t end = 20 + std::min<std::size_t>(length, bytes.size() - 20);
+    return std::string(bytes.begin() + 20, bytes.begin() + static_cast<std::ptrdiff_t>(end));
+}
+
+int JsonNesting(const std::string& text) {
+    int depth = 0, deepest = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\')
+                ++i;
+            else if (c == '"')
+                inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            deepest = std::max(deepest, ++depth);
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+    }
+    return deepest;
+}
+
+// Empty when the file can go to Assimp; else why not, in words for the user.
+std::wstring GltfHierarchyFault(const std::vector<unsigned char>& bytes) {
+    const std::string text = GltfJson(bytes);
+    if (JsonNesting(text) > kMaxJsonNesting)
+        return L"its JSON nests deeper than " + std::to_wstring(kMaxJsonNesting) + L" levels";
+    // Only the structure counts here: bytes beyond ASCII, which can stand only inside strings,
+    // are made plain, so that text Assimp's parser takes (not all of it UTF-8) parses here too.
+    std::string plain = text;
+    for (char& c : plain)
+        if (static_cast<unsigned char>(c) >= 0x80) c = '?';
+    const json doc = json::parse(plain, nullptr, false);
+    if (!doc.is_object()) return L"";
+    // Assimp's glTF reader follows a skin's inverse bind matrices without looking whether the
+    // skin has them (the format lets them out, meaning identities).
+    if (doc.contains("skins") && doc["skins"].is_array()) {
+        const std::size_t accessors =
+            doc.contains("accessors") && doc["accessors"].is_array() ? doc["accessors"].size() : 0;
+        for (std::size_t k = 0; k < doc["skins"].size(); ++k) {
+            const json& skin = doc["skins"][k];
+            if (!skin.is_object()) continue;
+            const auto found = skin.find("inverseBindMatrices");
+            if (found == skin.end() || !found->is_number_unsigned() || found->get<std::size_t>() >= accessors)
+                return L"its skin " + std::to_wstring(k) +
+                       L" has no inverse bind matrices, which the glTF reader cannot do without";
+        }
+    }
+    if (!doc.contains("nodes") || !doc["nodes"].is_array()) return L"";
+    const json& nodes = doc["nodes"];
+    // Children by node; a child index out of range is Assimp's to refuse.
+    std::vector<std::vector<std::size_t>> children(nodes.size());
+    std::vector<bool> isChild(nodes.size(), false);
+    for (std::size_t n = 0; n < nodes.size(); ++n) {
+        if (!nodes[n].is_object() || !nodes[n].contains("children") || !nodes[n]["children"].is_array())
+            continue;
+        for (const json& c : nodes[n]["children"]) {
+            if (!c.is_number_unsigned() || c.get<std::size_t>() >= nodes.size()) continue;
+            children[n].push_back(c.get<std::size_t>());
+            isChild[c.get<std::size_t>()] = true;
+        }
+    }
+    // Depth first from every node that is no child, then from what is left: a node never
+    // reached from a top node lies on a loop or below one, and the walk from it meets the loop.
+    std::vector<int> state(nodes.size(), 0);                // 0 unseen, 1 on the current path, 2 done
+    std::vector<std::pair<std::size_t, std::size_t>> path;  // node, next child to visit
+    for (int pass = 0; pass < 2; ++pass) {
+        for (std::size_t top = 0; top < nodes.size(); ++top) {
+            if (state[top] != 0 || (pass == 0 && isChild[top])) continue;
+            path.assign(1, {top, 0});
+            state[top] = 1;
+            while (!path.empty()) {
+                if (static_cast<int>(path.size()) > kMaxCharacterDepth)
+                    return L"its node hierarchy is deeper than " + std::to_wstring(kMaxCharacterDepth) +
+                           L" levels";
+                auto& [node, next] = path.back();
+                if (next == children[node].size()) {
+                    state[node] = 2;
+                    path.pop_back();
+                    continue;
+                }
+                const std::size_t child = children[node][next++];
+                if (state[child] == 1)
+                    return L"its node hierarchy loops: node " + std::to_wstring(child) +
+                           L" is among its own descendants";
+                if (state[child] == 0) {
+                    state[child] = 1;
+                    path.push_back({child, 0});
+                }
+            }
+        }
+    }
+    return L"";
+}
+
 // --- The stored record of an imported file --------------------------------------------------
 
 struct NodeRecord {
@@ -268,6 +537,31 @@ struct CharacterRecord {
     std::vector<unsigned char> bytes;  // the file, when it holds more than nodes
 };
 
+// A name as the file has it: a JSON string when it is UTF-8, else its bytes, so that a name
+// in another encoding neither stops the record from being written nor comes back changed.
+json NameValue(const std::string& name) {
+    try {
+        json(name).dump();
+        return name;
+    } catch (const json::exception&) {
+        return json(std::vector<unsigned char>(name.begin(), name.end()));
+    }
+}
+
+bool ReadName(const json& value, std::string& name) {
+    if (value.is_string()) {
+        name = value.get<std::string>();
+        return true;
+    }
+    if (!value.is_array()) return false;
+    name.clear();
+    for (const json& byte : value) {
+        if (!byte.is_number_unsigned() || byte.get<unsigned>() > 255) return false;
+        name.push_back(static_cast<char>(byte.get<unsigned>()));
+    }
+    return true;
+}
+
 std::vector<unsigned char> PackRecord(const CharacterRecord& rec) {
     json j;
     j["format"] = rec.format;
@@ -275,7 +569,7 @@ std::vector<unsigned char> PackRecord(const CharacterRecord& rec) {
     for (const NodeRecord& n : rec.nodes) {
         const std::array<double, 16> m = n.rest.GetMatrix4();
         nodes.push_back(
-            {{"name", n.fileName}, {"object", Utf8(n.object)}, {"parent", n.parent}, {"rest", m}});
+            {{"name", NameValue(n.fileName)}, {"object", Utf8(n.object)}, {"parent", n.parent}, {"rest", m}});
     }
     j["nodes"] = nodes;
     const std::string header = j.dump();
@@ -294,14 +588,17 @@ bool UnpackRecord(const std::vector<unsigned char>& blob, CharacterRecord& rec) 
     if (len > blob.size() - 12) return false;
     const json j = json::parse(blob.begin() + 12, blob.begin() + 12 + len, nullptr, false);
     if (j.is_discarded() || !j.is_object() || !j.contains("nodes") || !j["nodes"].is_array()) return false;
-    rec.format = j.value("format", "");
+    if (!j.contains("format") || !j["format"].is_string()) return false;
+    rec.format = j["format"].get<std::string>();
     for (const json& n : j["nodes"]) {
         if (!n.is_object() || !n.contains("rest") || !n["rest"].is_array() || n["rest"].size() != 16)
             return false;
         NodeRecord r;
-        r.fileName = n.value("name", "");
-        r.object = Wide(n.value("object", ""));
-        r.parent = n.value("parent", -1);
+        if (!n.contains("name") || !ReadName(n["name"], r.fileName)) return false;
+        if (!n.contains("object") || !n["object"].is_string()) return false;
+        r.object = Wide(n["object"].get<std::string>());
+        if (!n.contains("parent") || !n["parent"].is_number_integer()) return false;
+        r.parent = n["parent"].get<int>();
         if (r.parent >= static_cast<int>(rec.nodes.size())) return false;
         std::array<double, 16> m;
         for (int i = 0; i < 16; ++i) {
@@ -480,8 +777,13 @@ Object3D* ImportCharacter(const std::string& path, const CharacterImportOptions&
         }
     }
 
+    if (Suffix(path) == "bvh" || Suffix(path) == "gltf" || Suffix(path) == "glb") {
+        error = Suffix(path) == "bvh" ? BvhHierarchyFault(bytes) : GltfHierarchyFault(bytes);
+        if (!error.empty()) return nullptr;
+    }
+
     Assimp::Importer importer;
-    ConfigureImporter(importer);
+    ConfigureImporter(importer, Suffix(path));
     const aiScene* scene = importer.ReadFile(path, 0);
     if (!scene) {
         error = L"Assimp cannot read it: " + Wide(importer.GetErrorString());
@@ -941,7 +1243,7 @@ bool ExportCharacter(const std::string& path, Object3D* model, const CharacterEx
     // The scene to write: the stored file (meshes, skins, materials, its own node tree), or
     // the nodes alone.
     Assimp::Importer importer;
-    ConfigureImporter(importer);
+    ConfigureImporter(importer, Lower(record.format));
     std::unique_ptr<aiScene> scene;
     if (imported && !record.bytes.empty()) {
         if (importer.ReadFileFromMemory(record.bytes.data(), record.bytes.size(), 0, record.format.c_str()))

@@ -96,6 +96,10 @@ double FCurveItem::Eval(double time, bool* has) const {
     const_cast<FCurveItem*>(this)->FixTangents();
     auto it = std::upper_bound(keys.begin(), keys.end(), time,
                                [](double t, const CurveKey& k) { return t < k.time; });
+    // Keys out of order (a damaged file's times, a NaN among them) can leave the search at
+    // either end.
+    if (it == keys.end()) return keys.back().value;
+    if (it == keys.begin()) return keys.front().value;
     const CurveKey& b = *it;
     const CurveKey& a = *(it - 1);
     switch (a.interpolation) {

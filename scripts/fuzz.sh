@@ -26,6 +26,12 @@ cmake --build "$build" -j2 --target "fuzz_$target"
 mkdir -p "$build/corpus/$target" "$build/artifacts/$target"
 seeds=(fuzz/corpus/"$target")
 if [ -d "fuzz/crashes/$target" ]; then seeds+=(fuzz/crashes/"$target"); fi
+# Every input that ends with more blocks allocated than freed gets a leak check, which walks
+# the whole heap, freed blocks held back by AddressSanitizer included: a smaller hold-back makes
+# the readers that allocate much (XML, Assimp) several times faster to fuzz.
+export ASAN_OPTIONS=${ASAN_OPTIONS:-quarantine_size_mb=16}
+# Leaks that lie wholly inside third-party libraries are listed in fuzz/lsan.supp.
+export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$PWD/fuzz/lsan.supp:print_suppressions=0}
 exec nice -n 19 "$build/bin/fuzz_$target" "$build/corpus/$target" "${seeds[@]}" \
   -max_total_time="$seconds" -rss_limit_mb=2048 -timeout=25 -print_final_stats=1 \
   -artifact_prefix="$build/artifacts/$target/" "$@"

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <random>
 
+#include "../../fuzz/StreamReads.h"
 #include "HostTesting.h"
 #include "StreamTestUtil.h"
 #include "core/FileManager.h"
@@ -30,84 +31,6 @@ std::string randomBytes(std::mt19937& engine, size_t length, bool printable) {
     return out;
 }
 
-// Every read of the text reader in turn, until the end; the position never leaves the block.
-void drainTextStream(const ORV::CString& path, std::mt19937& engine) {
-    ZUK::InputStream in(path);
-    ASSERT_NE(in.buffer, nullptr);
-    for (int step = 0; step < 10000 && !in.atEnd(); ++step) {
-        const char* before = in.current;
-        switch (engine() % 12) {
-            case 0: {
-                int i;
-                in >> i;
-                break;
-            }
-            case 1: {
-                double d;
-                in >> d;
-                break;
-            }
-            case 2: {
-                ORV::CString s;
-                in >> s;
-                break;
-            }
-            case 3: {
-                bool b;
-                in >> b;
-                break;
-            }
-            case 4: {
-                ORV::MATH::CVector3 v;
-                in >> v;
-                break;
-            }
-            case 5: {
-                ORV::MATH::CRotation r;
-                in >> r;
-                break;
-            }
-            case 6: {
-                ORV::MATH::CTransformation t;
-                in >> t;
-                break;
-            }
-            case 7: {
-                ORV::CString s;
-                in.readLine(s);
-                if (in.current == before && !in.atEnd()) ++in.current;
-                break;
-            }
-            case 8: {
-                ORV::CString s;
-                in.readDelimitedString(s, L",{}");
-                if (in.current == before) ++in.current;
-                break;
-            }
-            case 9: {
-                in.findDelimiters(L"}");
-                if (!in.atEnd()) ++in.current;
-                break;
-            }
-            case 10: {
-                in.isCR();
-                if (in.current <= before && !in.atEnd()) in.current = const_cast<char*>(before) + 1;
-                break;
-            }
-            default: {
-                char c;
-                in >> c;
-                break;
-            }
-        }
-        ASSERT_GE(in.current, in.buffer);
-        ASSERT_LE(in.current, in.end);
-        if (engine() % 7 == 0) in.resetToPrev();
-        ASSERT_GE(in.current, in.buffer);
-        ASSERT_LE(in.current, in.end);
-    }
-}
-
 }  // namespace
 
 TEST(StreamFuzz, TextReaderTakesRandomAndTruncatedInput) {
@@ -116,11 +39,15 @@ TEST(StreamFuzz, TextReaderTakesRandomAndTruncatedInput) {
     const std::string valid = "Version1.1 # header\n{ hips 0 1.5 -2e3 TRUE\r\n  0.1 0.2 0.3 4 5 6 }\n";
     for (size_t cut = 0; cut <= valid.size(); ++cut) {
         writeFile(dir.file("t.txt"), valid.substr(0, cut));
-        drainTextStream(dir.wfile("t.txt"), engine);
+        ZUK::InputStream in(dir.wfile("t.txt"));
+        ASSERT_NE(in.buffer, nullptr);
+        ASSERT_TRUE(trovofuzz::DrainTextStream(in, engine, 10000)) << "cut " << cut;
     }
     for (int round = 0; round < 300; ++round) {
         writeFile(dir.file("r.txt"), randomBytes(engine, engine() % 300, round % 2 == 0));
-        drainTextStream(dir.wfile("r.txt"), engine);
+        ZUK::InputStream in(dir.wfile("r.txt"));
+        ASSERT_NE(in.buffer, nullptr);
+        ASSERT_TRUE(trovofuzz::DrainTextStream(in, engine, 10000)) << "round " << round;
     }
 }
 
@@ -133,39 +60,7 @@ TEST(StreamFuzz, BinaryReaderTakesRandomAndTruncatedInput) {
         writeFile(dir.file("b.bin"), randomBytes(engine, length, false));
         FileStream in(dir.wfile("b.bin"));
         ASSERT_TRUE(in.ok());
-        in.setFloatFormat(static_cast<FileStream::FloatFormat>(84 + engine() % 3));
-        for (int step = 0; step < 40; ++step) {
-            switch (engine() % 6) {
-                case 0: {
-                    float f;
-                    in >> f;
-                    break;
-                }
-                case 1: {
-                    short s;
-                    in >> s;
-                    break;
-                }
-                case 2: {
-                    unsigned char u;
-                    in >> u;
-                    break;
-                }
-                case 3: {
-                    std::string s;
-                    in.readString(s, static_cast<int>(engine() % 9) - 1);
-                    break;
-                }
-                case 4: {
-                    char block[32];
-                    in.readBytes(block, static_cast<int>(engine() % 33));
-                    break;
-                }
-                default:
-                    in.seek(static_cast<int>(engine() % 80));
-                    break;
-            }
-        }
+        trovofuzz::ReadBinaryFields(in, engine, 40, 80);
     }
     // Every short read was logged with the one message form.
     for (const std::wstring& text : orvhost::LogTexts(4))

@@ -555,3 +555,162 @@ TEST_F(CharacterFiles, TakenNodeNamesGetTheHostsSuffixes) {
               warnings);
     std::remove(path.c_str());
 }
+
+namespace {
+
+// A small sound BVH file: two joints and an end site, two frames.
+const char* const kSmallBvh =
+    "HIERARCHY\n"
+    "ROOT hips\n"
+    "{\n"
+    "\tOFFSET 0 0 0\n"
+    "\tCHANNELS 6 Xposition Yposition Zposition Zrotation Yrotation Xrotation\n"
+    "\tJOINT knee\n"
+    "\t{\n"
+    "\t\tOFFSET 0 -4.5 0.25\n"
+    "\t\tCHANNELS 3 Zrotation Yrotation Xrotation\n"
+    "\t\tEnd Site\n"
+    "\t\t{\n"
+    "\t\t\tOFFSET 0. -4 1e-1\n"
+    "\t\t}\n"
+    "\t}\n"
+    "}\n"
+    "MOTION\n"
+    "Frames: 2\n"
+    "Frame Time: 0.0333333\n"
+    "0 10 0 0 0 0 0 0 0\n"
+    "1 10 0 0 0 0 0 0 45\n";
+
+std::string WriteText(const std::string& name, const std::string& text) {
+    const std::string path = TempPath(name);
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+}
+
+std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+    return text.replace(text.find(from), from.size(), to);
+}
+
+// Imports `text` as a file named `name`, expecting a refusal with `expected`, the scene as it was.
+void ExpectRefused(const std::string& name, const std::string& text, const std::wstring& expected) {
+    const std::string path = WriteText(name, text);
+    const std::uint64_t revision = orvhost::TheHost().scene->revision;
+    std::wstring error;
+    EXPECT_EQ(nullptr, orvhost::ImportCharacter(path, orvhost::CharacterImportOptions(), error));
+    EXPECT_EQ(expected, error);
+    EXPECT_TRUE(orvhost::Root()->children.empty());
+    EXPECT_EQ(revision, orvhost::TheHost().scene->revision);
+    std::remove(path.c_str());
+}
+
+}  // namespace
+
+TEST_F(CharacterFiles, SoundBvhHierarchyImports) {
+    const std::string path = WriteText("small.bvh", kSmallBvh);
+    std::wstring error;
+    orvhost::Object3D* model = orvhost::ImportCharacter(path, orvhost::CharacterImportOptions(), error);
+    ASSERT_NE(nullptr, model) << ORV::CString(error).GetAsciiString();
+    std::remove(path.c_str());
+}
+
+TEST_F(CharacterFiles, BvhHierarchyWithAStrayTokenIsRefused) {
+    ExpectRefused(
+        "stray.bvh", Replaced(kSmallBvh, "\t\tCHANNELS 3", "\t+\tCHANNELS 3"),
+        L"its BVH hierarchy is damaged: line 9 has \"+\" where \"OFFSET\", \"CHANNELS\", \"JOINT\", "
+        L"\"End Site\" or \"}\" belongs");
+}
+
+TEST_F(CharacterFiles, BvhChannelsAfterAChildJointAreRefused) {
+    ExpectRefused(
+        "late_channels.bvh", Replaced(kSmallBvh, "\t}\n}\nMOTION", "\t}\n\tCHANNELS 1 Xrotation\n}\nMOTION"),
+        L"its BVH hierarchy is damaged: line 15 has \"CHANNELS\" where \"JOINT\", \"End Site\" or \"}\" "
+        L"belongs");
+}
+
+TEST_F(CharacterFiles, BvhNumbersAndChannelNamesAreChecked) {
+    ExpectRefused("number.bvh", Replaced(kSmallBvh, "-4.5", "-4.5x"),
+                  L"its BVH hierarchy is damaged: line 8 has \"-4.5x\" where a number of an OFFSET belongs");
+    ExpectRefused("channel.bvh", Replaced(kSmallBvh, "3 Zrotation", "3 Zrot"),
+                  L"its BVH hierarchy is damaged: line 9 has \"Zrot\" where a channel name (Xposition ... "
+                  L"Zrotation) belongs");
+    ExpectRefused(
+        "cut.bvh", std::string(kSmallBvh).substr(0, std::string(kSmallBvh).find("Yposition")),
+        L"its BVH hierarchy is damaged: line 5 has the end of the file where a channel name (Xposition "
+        L"... Zrotation) belongs");
+}
+
+TEST_F(CharacterFiles, VeryDeepBvhHierarchyIsRefusedBeforeItIsRead) {
+    // Deep enough that a reader recursing once per joint would run out of stack.
+    std::string text = "HIERARCHY\nROOT j\n{\nOFFSET 0 0 0\n";
+    for (int i = 0; i < 150000; ++i) text += "JOINT j\n{\nOFFSET 0 1 0\n";
+    ExpectRefused("deep.bvh", text, L"its node hierarchy is deeper than 1000 levels");
+}
+
+TEST_F(CharacterFiles, FileIsReadOnlyByTheReaderOfItsSuffix) {
+    const std::string path = WriteText("bvh_inside.gltf", kSmallBvh);
+    std::wstring error;
+    EXPECT_EQ(nullptr, orvhost::ImportCharacter(path, orvhost::CharacterImportOptions(), error));
+    EXPECT_EQ(0u, error.rfind(L"Assimp cannot read it: ", 0)) << ORV::CString(error).GetAsciiString();
+    EXPECT_TRUE(orvhost::Root()->children.empty());
+    std::remove(path.c_str());
+}
+
+TEST_F(CharacterFiles, VeryDeepGltfHierarchyIsRefusedBeforeItIsRead) {
+    // Deep enough that a reader recursing once per node would run out of stack.
+    const int n = 100000;
+    std::string text =
+        "{\"asset\":{\"version\":\"2.0\"},\"scene\":0,\"scenes\":[{\"nodes\":[0]}],\"nodes\":[";
+    for (int i = 0; i < n; ++i)
+        text += (i ? "," : "") +
+                (i < n - 1 ? "{\"children\":[" + std::to_string(i + 1) + "]}" : std::string("{}"));
+    text += "]}";
+    ExpectRefused("deep.gltf", text, L"its node hierarchy is deeper than 1000 levels");
+}
+
+TEST_F(CharacterFiles, GltfNodeAmongItsOwnDescendantsIsRefused) {
+    const std::string head =
+        "{\"asset\":{\"version\":\"2.0\"},\"scene\":0,\"scenes\":[{\"nodes\":[0]}],\"nodes\":[";
+    ExpectRefused("loop.gltf",
+                  head +
+                      "{\"name\":\"a\",\"children\":[1]},{\"name\":\"b\",\"children\":[2]},{\"name\":\"c\","
+                      "\"children\":[1]}]}",
+                  L"its node hierarchy loops: node 1 is among its own descendants");
+    ExpectRefused("self.gltf", head + "{\"name\":\"a\",\"children\":[0]}]}",
+                  L"its node hierarchy loops: node 0 is among its own descendants");
+}
+
+TEST_F(CharacterFiles, DeeplyNestedGltfJsonIsRefused) {
+    std::string text = "{\"asset\":{\"version\":\"2.0\"},\"extras\":" + std::string(100000, '[') +
+                       std::string(100000, ']') + "}";
+    ExpectRefused("nested.gltf", text, L"its JSON nests deeper than 1000 levels");
+}
+
+TEST_F(CharacterFiles, JointNameInAnotherEncodingImportsAndExportsUnchanged) {
+    // "Hüfte" in Latin-1: no UTF-8.
+    const std::string latin1 =
+        "H\xFC"
+        "fte";
+    const std::string path = WriteText("latin1.bvh", Replaced(kSmallBvh, "ROOT hips", "ROOT " + latin1));
+    std::wstring error;
+    orvhost::Object3D* model = orvhost::ImportCharacter(path, orvhost::CharacterImportOptions(), error);
+    ASSERT_NE(nullptr, model) << ORV::CString(error).GetAsciiString();
+    const std::string out = TempPath("latin1_out.bvh");
+    ASSERT_TRUE(orvhost::ExportCharacter(out, model, orvhost::CharacterExportOptions(), error))
+        << ORV::CString(error).GetAsciiString();
+    const std::vector<unsigned char> written = ReadAll(out);
+    EXPECT_NE(std::string(written.begin(), written.end()).find("ROOT " + latin1 + "\n"), std::string::npos);
+    std::remove(path.c_str());
+    std::remove(out.c_str());
+}
+
+TEST_F(CharacterFiles, GltfSkinWithoutInverseBindMatricesIsRefused) {
+    const std::string text =
+        "{\"asset\":{\"version\":\"2.0\"},\"scene\":0,\"scenes\":[{\"nodes\":[0]}],"
+        "\"nodes\":[{\"name\":\"root\",\"children\":[1]},{\"name\":\"bone\"}],"
+        "\"skins\":[{\"joints\":[1]}]}";
+    ExpectRefused("skin.gltf", text,
+                  L"its skin 0 has no inverse bind matrices, which the glTF reader cannot do without");
+    // The same with a name that is not UTF-8, which Assimp's JSON parser takes.
+    ExpectRefused("skin_latin1.gltf", Replaced(text, "bone", "b\xF6ne"),
+                  L"its skin 0 has no inverse bind matrices, which the glTF reader cannot do without");
+}
