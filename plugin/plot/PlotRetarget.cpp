@@ -531,6 +531,30 @@ void PlotRetarget::extractEndEffectorLocal() {
 
 // ---- Channels -----------------------------------------------------------------------------
 
+namespace {
+// After the first frame each angle is kept within half a turn of the previous frame's, so the
+// curve does not jump; x, y, z hold the previous frame's angles and receive this frame's.
+void keepContinuous(const CVector3& angles, bool first, double& x, double& y, double& z) {
+    if (first) {
+        x = angles.x;
+        y = angles.y;
+        z = angles.z;
+    } else {
+        x = Util::enforceContinuity(angles.x, x);
+        y = Util::enforceContinuity(angles.y, y);
+        z = Util::enforceContinuity(angles.z, z);
+    }
+}
+
+// The Euler angles of q in the object's rotation order, in radians, continuous over frames.
+void continuousAngles(const ORV::MATH::CQuaternion& q, int order, bool first, double& x, double& y, double& z) {
+    ORV::MATH::CRotation r;
+    r.PutRotationOrder(static_cast<ORV::MATH::RotationOrder>(order));
+    r.SetFromQuaternion(q);
+    keepContinuous(r.GetXYZAngles(), first, x, y, z);
+}
+}  // namespace
+
 void PlotRetarget::fitMocapValues(int item, ORV::CString name, DofType dof, ORV::X3DObject object,
                                   ORV::ProgressBar bar, int plane) {
     const int F = frameCount();
@@ -541,19 +565,7 @@ void PlotRetarget::fitMocapValues(int item, ORV::CString name, DofType dof, ORV:
     for (int i = 0; i < F; ++i) {
         const CTransformation& entry = nodeData->local(item, i);
         if (rotation) {
-            ORV::MATH::CRotation r;
-            r.PutRotationOrder(static_cast<ORV::MATH::RotationOrder>(order));
-            r.SetFromQuaternion(entry.GetRotationQuaternion());
-            const CVector3 angles = r.GetXYZAngles();
-            if (i == 0) {
-                x = angles.x;
-                y = angles.y;
-                z = angles.z;
-            } else {
-                x = Util::enforceContinuity(angles.x, x);
-                y = Util::enforceContinuity(angles.y, y);
-                z = Util::enforceContinuity(angles.z, z);
-            }
+            continuousAngles(entry.GetRotationQuaternion(), order, i == 0, x, y, z);
             rotx[i] = x * kDegrees;
             roty[i] = y * kDegrees;
             rotz[i] = z * kDegrees;
@@ -599,19 +611,7 @@ void PlotRetarget::fitSpineValues(int item, ORV::X3DObject object, ORV::Progress
     const int order = object.GetKinematics().GetLocal().GetParameterValue(L"rotorder");
     double x = 0.0, y = 0.0, z = 0.0;
     for (int i = 0; i < F; ++i) {
-        ORV::MATH::CRotation r;
-        r.PutRotationOrder(static_cast<ORV::MATH::RotationOrder>(order));
-        r.SetFromQuaternion(spineData->local(item, i).GetRotationQuaternion());
-        const CVector3 angles = r.GetXYZAngles();
-        if (i == 0) {
-            x = angles.x;
-            y = angles.y;
-            z = angles.z;
-        } else {
-            x = Util::enforceContinuity(angles.x, x);
-            y = Util::enforceContinuity(angles.y, y);
-            z = Util::enforceContinuity(angles.z, z);
-        }
+        continuousAngles(spineData->local(item, i).GetRotationQuaternion(), order, i == 0, x, y, z);
         rotx[i] = x * kDegrees;
         roty[i] = y * kDegrees;
         rotz[i] = z * kDegrees;
@@ -644,15 +644,7 @@ void PlotRetarget::fitDecompValues(int item, ORV::CString name, const DecompMap&
         } else {
             Util::getEulerAngles(entry, angles);
         }
-        if (i == 0) {
-            x = angles.x;
-            y = angles.y;
-            z = angles.z;
-        } else {
-            x = Util::enforceContinuity(angles.x, x);
-            y = Util::enforceContinuity(angles.y, y);
-            z = Util::enforceContinuity(angles.z, z);
-        }
+        keepContinuous(angles, i == 0, x, y, z);
         rotx[i] = x * kDegrees;
         roty[i] = y * kDegrees;
         rotz[i] = z * kDegrees;

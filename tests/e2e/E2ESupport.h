@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "HostTesting.h"
+#include "character/StructureTestSupport.h"
 
 namespace e2e {
 
@@ -132,5 +133,31 @@ inline bool ParseEval(const std::string& text, EvalTable& table) {
     }
     return true;
 }
+
+// A suite whose tests all look at one run of the `trovo` chain, made once for the suite:
+// Derived::Run() fills `p` and answers "" or what failed, with the user location in a scratch
+// folder. Each test stops at once if the run failed.
+template <class Derived, class Data>
+class SharedRun : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        p = new Data();
+        scratch = new ScratchDir();
+        structtest::SavedLocations saved;
+        structtest::UseLocations(scratch->path, TROVO_FACTORY_DATA);
+        p->failure = Derived::Run();
+        orvhost::NewScene();
+    }
+    static void TearDownTestSuite() {
+        delete p;
+        delete scratch;
+        p = nullptr;
+        scratch = nullptr;
+    }
+    void SetUp() override { ASSERT_EQ(p->failure, ""); }
+
+    static inline Data* p = nullptr;
+    static inline ScratchDir* scratch = nullptr;
+};
 
 }  // namespace e2e

@@ -113,24 +113,10 @@ struct Pipeline {
     int blobFrames = -1, blobInsertion = -1;
 };
 
-class RetargetEndToEnd : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        p = new Pipeline();
-        scratch = new e2e::ScratchDir();
-        structtest::SavedLocations saved;
-        structtest::UseLocations(scratch->path, TROVO_FACTORY_DATA);
-        p->failure = Run();
-        orvhost::NewScene();
-    }
-    static void TearDownTestSuite() {
-        delete p;
-        delete scratch;
-        p = nullptr;
-        scratch = nullptr;
-    }
+class RetargetEndToEnd : public e2e::SharedRun<RetargetEndToEnd, Pipeline> {
+    friend class e2e::SharedRun<RetargetEndToEnd, Pipeline>;
 
-    void SetUp() override { ASSERT_EQ(p->failure, ""); }
+protected:
 
     // A rig of the walk's skeleton named `name` under the scene root; with IK legs and arms
     // unless `plain`.
@@ -454,12 +440,7 @@ protected:
                         Narrow(node.first).c_str(), node.second.first, node.second.second);
     }
 
-    static Pipeline* p;
-    static e2e::ScratchDir* scratch;
 };
-
-Pipeline* RetargetEndToEnd::p = nullptr;
-e2e::ScratchDir* RetargetEndToEnd::scratch = nullptr;
 
 // Over every 10th frame: the turns of the 14 objects outside the limb bones and the chest, the
 // positions of the root and the spine.

@@ -44,23 +44,10 @@ struct Played {
     std::string failure;
 };
 
-class AdjustEndToEnd : public ::testing::Test {
+class AdjustEndToEnd : public e2e::SharedRun<AdjustEndToEnd, Played> {
+    friend class e2e::SharedRun<AdjustEndToEnd, Played>;
+
 protected:
-    static void SetUpTestSuite() {
-        p = new Played();
-        scratch = new e2e::ScratchDir();
-        structtest::SavedLocations saved;
-        structtest::UseLocations(scratch->path, TROVO_FACTORY_DATA);
-        p->failure = Prepare();
-        orvhost::NewScene();
-    }
-    static void TearDownTestSuite() {
-        delete p;
-        delete scratch;
-        p = nullptr;
-        scratch = nullptr;
-    }
-    void SetUp() override { ASSERT_EQ(p->failure, ""); }
 
     static std::string Trovo(const std::vector<std::string>& args, std::string* out = nullptr) {
         const e2e::TrovoRun run = e2e::RunTrovo(*scratch, args);
@@ -81,7 +68,7 @@ protected:
     }
 
     // The rig, tagged, with the walk played on it, and what it shows with no adjustment.
-    static std::string Prepare() {
+    static std::string Run() {
         if (!bvhrig::ReadBvh(kWalk, p->skel)) return "the walk does not read";
         orvhost::NewScene();
         bvhrig::RigOptions options;
@@ -131,12 +118,7 @@ protected:
         return frames;
     }
 
-    static Played* p;
-    static e2e::ScratchDir* scratch;
 };
-
-Played* AdjustEndToEnd::p = nullptr;
-e2e::ScratchDir* AdjustEndToEnd::scratch = nullptr;
 
 void ExpectNear(const CVector3& actual, const CVector3& expected, const std::string& what) {
     EXPECT_LT((actual - expected).GetLength(), kTolerance)

@@ -131,23 +131,10 @@ struct Pipeline {
     std::string failure;
 };
 
-class PlotEndToEnd : public ::testing::Test {
+class PlotEndToEnd : public e2e::SharedRun<PlotEndToEnd, Pipeline> {
+    friend class e2e::SharedRun<PlotEndToEnd, Pipeline>;
+
 protected:
-    static void SetUpTestSuite() {
-        p = new Pipeline();
-        scratch = new e2e::ScratchDir();
-        structtest::SavedLocations saved;
-        structtest::UseLocations(scratch->path, TROVO_FACTORY_DATA);
-        p->failure = Run();
-        orvhost::NewScene();
-    }
-    static void TearDownTestSuite() {
-        delete p;
-        delete scratch;
-        p = nullptr;
-        scratch = nullptr;
-    }
-    void SetUp() override { ASSERT_EQ(p->failure, ""); }
 
     static std::string Trovo(const std::vector<std::string>& args, const std::string& expected,
                              std::string* out = nullptr) {
@@ -407,12 +394,7 @@ protected:
         return failed;
     }
 
-    static Pipeline* p;
-    static e2e::ScratchDir* scratch;
 };
-
-Pipeline* PlotEndToEnd::p = nullptr;
-e2e::ScratchDir* PlotEndToEnd::scratch = nullptr;
 
 TEST_F(PlotEndToEnd, ARawBakeLeavesNothingOfTheRetargetBehind) {
     EXPECT_EQ(p->operatorsLeft, 0);
